@@ -1,0 +1,132 @@
+// The system-wide boost: default output on the loopback, an aggregate of loopback and real output,
+// one callback on it, and the way back.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "orvelle/BoostRender.h"
+#include "orvelle/ConsoleMeter.h"
+#include "orvelle/EngineError.h"
+#include "orvelle/HAL.h"
+#include "orvelle/OwnerGate.h"
+#include "orvelle/platform/Clock.h"
+#include "orvelle/platform/Console.h"
+#include "orvelle/platform/MainQueue.h"
+
+namespace orvelle {
+
+/// Everything that an engine needs of the world.
+struct EngineHost {
+  AudioHardware& hardware;
+  MainQueue& queue;
+  Clock& clock;
+  Console& console;
+};
+
+/// While it runs, applications play into the loopback device, the real output stands at full
+/// hardware volume, and the loopback's volume is the system's volume control.
+///
+/// Loudness is safety, and it lies in the order of steps: no real device is raised before the
+/// default output is on the loopback, and the default output does not return to one before it has
+/// been lowered.
+///
+/// The engine takes no lock: callers keep `start`, `stop` and the main queue's work from
+/// overlapping. `start` blocks for some 3 s at worst.
+class BoostEngine final : public BoostRender {
+ public:
+  explicit BoostEngine(const EngineHost& host);
+  BoostEngine(const BoostEngine&) = delete;
+  BoostEngine& operator=(const BoostEngine&) = delete;
+  /// Does not stop audio: call `stop` first. A callback that still comes finds nothing to call.
+  ~BoostEngine();
+
+  /// Boosts into the output `outputUID` through the loopback device `loopbackUID`. Does nothing
+  /// when running. Throws EngineError and leaves undone what it did: a caller that wants the system
+  /// back calls `removeDefaultGuard`, `teardownAggregate` and `stop(true)`.
+  void start(const std::string& loopbackUID, const std::string& outputUID);
+
+  /// Ends the boost. With `restoreDefault` the best real output becomes the default output (the
+  /// one from before the start where there is no real output).
+  void stop(bool restoreDefault);
+
+  /// Makes the real output run: raises it, builds the aggregate and starts the callback. Throws
+  /// EngineError.
+  void buildAndStart(const std::string& outputUID);
+  /// Ends the callback and the aggregate, then puts the real output's mute and volume back.
+  void teardownAggregate();
+  /// Puts the default output on the loopback once more if it is elsewhere.
+  void reassertLoopbackDefault();
+  void removeDefaultGuard();
+
+  [[nodiscard]] bool isRunning() const { return isRunning_; }
+  /// uid of the real output that is being fed; empty when none is.
+  [[nodiscard]] const std::string& currentOutputUID() const { return currentOutputUID_; }
+
+  /// Whether `start` begins the meter line on the console.
+  bool showMeter = true;
+  /// Told when the engine has followed the user to another output. Main thread.
+  std::function<void(const AudioDeviceInfo&)> onOutputChanged;
+
+ private:
+  /// Volume and mute of an output, as far as it has them.
+  struct OutputLevel {
+    std::optional<float> volume;
+    std::optional<bool> mute;
+  };
+
+  [[nodiscard]] OutputLevel levelOf(AudioObjectID output) const;
+  [[nodiscard]] bool setLevel(AudioObjectID output, const OutputLevel& level) const;
+
+  bool putDefaultOn(AudioObjectID loopback, double waitSeconds);
+  void handLevelToLoopback(AudioObjectID loopback, OutputLevel level, const std::string& outputUID);
+  void restoreDefaultOutput();
+
+  void installDefaultGuard();
+  void defaultOutputChanged();
+  void follow(const AudioDeviceInfo& output);
+  void deviceListChanged();
+  bool rebuild(const std::string& outputUID);
+
+  void raiseOutput(const AudioDeviceInfo& output);
+  void lowerOutput();
+  void settleOwedLevels();
+
+  AudioObjectID makeAggregate(const std::string& loopbackUID, const std::string& outputUID);
+  void startIOProc();
+
+  EngineHost host_;
+  HAL hal_;
+  ConsoleMeter meter_;
+
+  AudioObjectID aggregateID_ = kAudioObjectUnknown;
+  AudioDeviceIOProcID procID_ = 0;
+  AudioObjectID previousDefaultOutput_ = kAudioObjectUnknown;
+  std::string loopbackUID_;
+  std::string currentOutputUID_;
+  /// The output that was last asked for, fed or not: it is taken again when it returns.
+  std::string wantedOutputUID_;
+  bool isRunning_ = false;
+
+  AudioObjectID boostedOutputID_ = kAudioObjectUnknown;
+  std::string boostedOutputUID_;
+  OutputLevel boostedOutputPrevLevel_;
+  /// By uid: the levels of raised outputs that were gone when they should have been put back.
+  std::map<std::string, OutputLevel> owedLevels_;
+  /// Whether the loopback has taken over the volume. Without that no output is raised: nothing
+  /// would govern its loudness.
+  bool loopbackGovernsVolume_ = false;
+
+  ListenerToken defaultGuard_ = 0;
+  ListenerToken deviceGuard_ = 0;
+
+  /// What callbacks hold instead of the engine: the gate those of the real-time thread, the life
+  /// token those of the main queue.
+  std::shared_ptr<OwnerGate> gate_ = std::make_shared<OwnerGate>();
+  std::shared_ptr<const bool> life_ = std::make_shared<const bool>(true);
+};
+
+}  // namespace orvelle

@@ -1,0 +1,23 @@
+// Why an engine could not start.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "orvelle/platform/AudioTypes.h"
+
+namespace orvelle {
+
+/// The error of the engines. `what()` is the text that the user reads.
+class EngineError : public std::runtime_error {
+ public:
+  static EngineError deviceNotFound(std::string_view uid);
+  /// `step` names the operation that failed.
+  static EngineError osStatus(std::string_view step, OSStatus status);
+
+ private:
+  using std::runtime_error::runtime_error;
+};
+
+}  // namespace orvelle

@@ -1,0 +1,35 @@
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "orvelle/Commands.h"
+#include "orvelle/platform/BackEnd.h"
+#include "orvelle/platform/Clock.h"
+#include "orvelle/platform/Console.h"
+#include "orvelle/platform/qt/ConsoleApplication.h"
+#include "orvelle/platform/qt/QtMainQueue.h"
+
+namespace {
+
+int run(int argc, char** argv) {
+  const orvelle::CommandLine commandLine(std::vector<std::string>(argv, argv + argc));
+  const orvelle::ConsoleApplication application(argc, argv);
+  orvelle::QtMainQueue queue;
+  orvelle::SystemClock clock;
+  orvelle::StandardConsole console;
+  return orvelle::runCommand(commandLine, {queue, clock, console, [&queue](std::string& problem) {
+                                             return orvelle::openBackEnd(queue, problem);
+                                           }});
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "orvelle: %s\n", error.what());
+    return 1;
+  }
+}

@@ -1,0 +1,150 @@
+#include "orvelle/platform/pipewire/AggregateDevices.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+namespace orvelle::pipewire {
+
+namespace {
+
+constexpr double kLinkSeconds = 0.5;
+
+std::string inputOf(const AggregateDescription& description) {
+  for (const SubDevice& member : description.subdevices) {
+    if (member.uid != description.master) {
+      return member.uid;
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+OSStatus AggregateDevices::create(const AggregateDescription& description,
+                                  AudioObjectID& aggregate) {
+  std::set<std::string_view> uids;
+  for (const SubDevice& member : description.subdevices) {
+    // A device that is its own input would feed back.
+    if (!uids.insert(member.uid).second) {
+      return kAudioHardwareIllegalOperationError;
+    }
+  }
+  if (!uids.contains(description.master) || !description.taps.empty()) {
+    return kAudioHardwareIllegalOperationError;
+  }
+  aggregate = nextID_();
+  aggregates_[aggregate].description = description;
+  return kAudioHardwareNoError;
+}
+
+OSStatus AggregateDevices::destroy(AudioObjectID aggregate) {
+  return aggregates_.erase(aggregate) != 0 ? kAudioHardwareNoError : kAudioHardwareBadObjectError;
+}
+
+OSStatus AggregateDevices::createIOProc(AudioObjectID aggregate, IOBlock block,
+                                        AudioDeviceIOProcID& procID) {
+  const auto found = aggregates_.find(aggregate);
+  if (found == aggregates_.end()) {
+    return kAudioHardwareBadDeviceError;
+  }
+  if (!block) {
+    return kAudioHardwareIllegalOperationError;
+  }
+  procID = ++lastProcID_;
+  found->second.procs[procID].block = std::move(block);
+  return kAudioHardwareNoError;
+}
+
+OSStatus AggregateDevices::destroyIOProc(AudioObjectID aggregate, AudioDeviceIOProcID procID) {
+  if (find(aggregate, procID) == nullptr) {
+    return kAudioHardwareBadObjectError;
+  }
+  aggregates_.at(aggregate).procs.erase(procID);
+  return kAudioHardwareNoError;
+}
+
+OSStatus AggregateDevices::start(AudioObjectID aggregate, AudioDeviceIOProcID procID) {
+  Proc* proc = find(aggregate, procID);
+  if (proc == nullptr) {
+    return kAudioHardwareBadObjectError;
+  }
+  if (proc->stream) {
+    return kAudioHardwareNoError;
+  }
+  const AggregateDescription& description = aggregates_.at(aggregate).description;
+  const std::string input = inputOf(description);
+  if (session_.nodeNamed(description.master) == nullptr ||
+      (!input.empty() && session_.nodeNamed(input) == nullptr)) {
+    return kAudioHardwareBadDeviceError;
+  }
+  auto stream = std::make_unique<GraphStream>(
+      session_,
+      GraphStreamSettings{description.uid, description.name, input, description.master},
+      proc->block);
+  if (!stream->isConnected()) {
+    return kAudioHardwareUnspecifiedError;
+  }
+  // The proc cannot go away meanwhile: its owner is the one who waits here. The stream is put in
+  // place first, so that what the session announces finds it.
+  proc->stream = std::move(stream);
+  session_.waitUntil([&] { return proc->stream->isLinked(); }, kLinkSeconds);
+  if (!proc->stream->isLinked()) {
+    proc->stream.reset();
+    return kAudioHardwareNotReadyError;
+  }
+  return kAudioHardwareNoError;
+}
+
+OSStatus AggregateDevices::stop(AudioObjectID aggregate, AudioDeviceIOProcID procID) {
+  Proc* proc = find(aggregate, procID);
+  if (proc == nullptr) {
+    return kAudioHardwareBadObjectError;
+  }
+  if (!proc->stream) {
+    return kAudioHardwareNotRunningError;
+  }
+  proc->stream.reset();
+  return kAudioHardwareNoError;
+}
+
+const AggregateDescription* AggregateDevices::description(AudioObjectID aggregate) const {
+  const auto found = aggregates_.find(aggregate);
+  return found == aggregates_.end() ? nullptr : &found->second.description;
+}
+
+bool AggregateDevices::isRunning(AudioObjectID aggregate) const {
+  const auto found = aggregates_.find(aggregate);
+  return found != aggregates_.end() &&
+         std::ranges::any_of(found->second.procs,
+                             [](const auto& entry) { return entry.second.stream != nullptr; });
+}
+
+bool AggregateDevices::hasMember(std::string_view uid) const {
+  return std::ranges::any_of(aggregates_, [&](const auto& entry) {
+    const auto& members = entry.second.description.subdevices;
+    return std::ranges::find(members, uid, &SubDevice::uid) != members.end();
+  });
+}
+
+void AggregateDevices::linkUp() {
+  for (auto& [id, aggregate] : aggregates_) {
+    for (auto& [procID, proc] : aggregate.procs) {
+      if (proc.stream) {
+        proc.stream->linkUp();
+      }
+    }
+  }
+}
+
+AggregateDevices::Proc* AggregateDevices::find(AudioObjectID aggregate,
+                                               AudioDeviceIOProcID procID) {
+  const auto found = aggregates_.find(aggregate);
+  if (found == aggregates_.end()) {
+    return nullptr;
+  }
+  const auto proc = found->second.procs.find(procID);
+  return proc == found->second.procs.end() ? nullptr : &proc->second;
+}
+
+}  // namespace orvelle::pipewire

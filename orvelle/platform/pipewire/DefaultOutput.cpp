@@ -1,0 +1,128 @@
+#include "orvelle/platform/pipewire/DefaultOutput.h"
+
+#include <spa/utils/json.h>
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+namespace orvelle::pipewire {
+
+namespace {
+
+constexpr const char* kMetadata = "default";
+constexpr const char* kEffectiveKey = "default.audio.sink";
+/// Only this one is written: the other is the session manager's, and would outlive a crash.
+constexpr const char* kConfiguredKey = "default.configured.audio.sink";
+constexpr const char* kJSONType = "Spa:String:JSON";
+
+/// Enough for a busy session; a session without a manager never answers.
+constexpr double kMoveSeconds = 0.15;
+/// How long the session manager may take to change its mind.
+constexpr double kSecondThoughtSeconds = 0.03;
+
+/// From { "name": "..." }; empty when there is none.
+std::string nameFromJSON(const std::string& json) {
+  spa_json top{};
+  spa_json object{};
+  spa_json_init(&top, json.c_str(), json.size());
+  if (spa_json_enter_object(&top, &object) <= 0) {
+    return {};
+  }
+  std::array<char, 1024> text{};
+  while (spa_json_get_string(&object, text.data(), static_cast<int>(text.size())) > 0) {
+    const bool isName = std::string_view(text.data()) == "name";
+    if (spa_json_get_string(&object, text.data(), static_cast<int>(text.size())) > 0 && isName) {
+      return text.data();
+    }
+  }
+  return {};
+}
+
+std::string jsonFromName(std::string_view name) {
+  std::vector<char> text(6 * name.size() + 3);  // every character may become \uXXXX
+  spa_json_encode_string(text.data(), static_cast<int>(text.size()), std::string(name).c_str());
+  return "{ \"name\": " + std::string(text.data()) + " }";
+}
+
+}  // namespace
+
+std::string DefaultOutput::effective() const {
+  return nameFromJSON(session_.metadataValue(kMetadata, 0, kEffectiveKey).value_or(""));
+}
+
+std::string DefaultOutput::configured() const {
+  return nameFromJSON(session_.metadataValue(kMetadata, 0, kConfiguredKey).value_or(""));
+}
+
+bool DefaultOutput::configure(std::string_view name) {
+  return session_.setMetadata(kMetadata, 0, kConfiguredKey, kJSONType,
+                              jsonFromName(name).c_str());
+}
+
+bool DefaultOutput::moveToLoopback(std::string_view loopback) {
+  const std::string former = configured();
+  if (!formerlyConfigured_) {
+    // The loopback's own name is what a crash left behind, not a wish of the user's.
+    formerlyConfigured_ = former == loopback ? "" : former;
+  }
+  const std::string from = effective();
+  if (!configure(loopback)) {
+    return false;
+  }
+  waitForMove(from, loopback);
+  return true;
+}
+
+bool DefaultOutput::moveTo(std::string_view output) {
+  const bool wasUnconfigured = formerlyConfigured_.has_value() && formerlyConfigured_->empty();
+  formerlyConfigured_.reset();
+  const std::string from = effective();
+  if (!configure(output)) {
+    return false;
+  }
+  waitForMove(from, output);
+  if (wasUnconfigured) {
+    unconfigure(output);
+  }
+  return true;
+}
+
+/// The session manager remembers what was configured last and usually stays with it; where it
+/// chooses another output, `output` is configured after all.
+void DefaultOutput::unconfigure(std::string_view output) {
+  session_.setMetadata(kMetadata, 0, kConfiguredKey, nullptr, nullptr);
+  if (session_.waitUntil([&] { return effective() != output; }, kSecondThoughtSeconds)) {
+    const std::string from = effective();
+    configure(output);
+    waitForMove(from, output);
+  }
+}
+
+/// Streams that were sent to a certain output stay there whatever the default is.
+bool DefaultOutput::streamsHaveLeft(std::string_view output) const {
+  const Node* node = session_.nodeNamed(output);
+  if (node == nullptr) {
+    return true;
+  }
+  return std::ranges::none_of(session_.linksInto(node->id), [&](const Link& link) {
+    const Node* stream = session_.node(link.outputNode);
+    if (stream == nullptr || stream->mediaClass() != "Stream/Output/Audio") {
+      return false;
+    }
+    const auto isPinned = [&](const char* key) {
+      return !valueOf(stream->properties, key).empty() ||
+             session_.metadataValue(kMetadata, stream->id, key).has_value();
+    };
+    return !isPinned("target.object") && !isPinned("target.node") && !isPinned("node.target");
+  });
+}
+
+/// Whoever sets the default output goes on to change volumes: streams must have moved by then, or
+/// they would be heard through the output that they are leaving.
+void DefaultOutput::waitForMove(std::string_view from, std::string_view to) {
+  session_.waitUntil(
+      [&] { return effective() == to && (from == to || streamsHaveLeft(from)); }, kMoveSeconds);
+}
+
+}  // namespace orvelle::pipewire

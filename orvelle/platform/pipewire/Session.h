@@ -1,0 +1,131 @@
+// One connection to the PipeWire session and a mirror of those of its objects that matter here.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "orvelle/platform/pipewire/SessionObjects.h"
+
+struct pw_context;
+struct pw_core;
+struct pw_thread_loop;
+
+namespace orvelle::pipewire {
+
+/// What has changed in the mirror.
+enum class Change : std::uint8_t { objects, level, metadata };
+
+/// The connection's loop thread keeps the mirror up to date; everybody else holds a `Lock` around
+/// every call and every use of what it returned.
+class Session {
+ public:
+  /// Null when no session answers; `problem` then says what was tried and what came of it.
+  static std::unique_ptr<Session> open(std::string& problem);
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  ~Session();
+
+  /// Not recursive: a thread takes it once.
+  class Lock {
+   public:
+    explicit Lock(const Session& session);
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+    ~Lock();
+
+   private:
+    pw_thread_loop* loop_;
+  };
+
+  /// @name Mirror
+  /// @{
+  /// In order of appearance. Bound are sinks, sources and playback streams.
+  [[nodiscard]] std::vector<const Node*> nodes() const;
+  [[nodiscard]] const Node* node(std::uint32_t id) const;
+  /// The youngest node of that name.
+  [[nodiscard]] const Node* nodeNamed(std::string_view name) const;
+  [[nodiscard]] const Card* cardOf(const Node& node) const;
+  /// The hardware path of a node, where its card controls the volume.
+  [[nodiscard]] const Route* routeOf(const Node& node) const;
+  /// In the order of their numbers.
+  [[nodiscard]] std::vector<const Port*> ports(std::uint32_t node, bool input) const;
+  [[nodiscard]] std::vector<Link> linksInto(std::uint32_t node) const;
+  [[nodiscard]] bool hasLink(std::uint32_t id) const { return links_.contains(id); }
+  /// A value of the metadata object `metadata` ("default", "settings", ...).
+  [[nodiscard]] std::optional<std::string> metadataValue(std::string_view metadata,
+                                                         std::uint32_t subject,
+                                                         std::string_view key) const;
+  /// @}
+
+  /// @name Requests. They are on their way when the call returns; the mirror tells when they took.
+  /// @{
+  /// False when the session has no such metadata. A null value removes the entry.
+  bool setMetadata(std::string_view metadata, std::uint32_t subject, const char* key,
+                   const char* type, const char* value);
+  /// Volume and mute of the node itself.
+  void setNodeLevel(std::uint32_t node, const ChannelLevel& level);
+  /// Volume and mute of the node's hardware path. Never kept by the session manager: what this
+  /// program sets is temporary.
+  void setRouteLevel(const Node& node, const Route& route, const ChannelLevel& level);
+  /// @}
+
+  /// Rates in Hz that the node's parameter `Format` (in use) or `EnumFormat` (possible) names.
+  struct Rates {
+    std::int32_t current = 0;  ///< 0 when nothing is running
+    std::int32_t preferred = 0;
+    std::int32_t lowest = 0;
+    std::int32_t highest = 0;
+    std::vector<std::int32_t> choices;  ///< empty: anything from lowest to highest
+  };
+  /// Asks the session. Waits for the answer.
+  Rates rates(std::uint32_t node);
+
+  /// Lets time pass until `condition` holds, for `seconds` at most; returns whether it holds. The
+  /// condition is asked again after every event. Never on the loop thread.
+  bool waitUntil(const std::function<bool()>& condition, double seconds);
+  /// Runs `job` once on the loop thread, with the lock held; not at all when the session ends first.
+  void after(double seconds, std::function<void()> job);
+  /// Everything asked so far has been done by the session, and its answers have arrived.
+  void roundTrip();
+
+  /// Called on the loop thread with the lock held, after each change of the mirror.
+  std::function<void(Change)> onChange;
+
+  [[nodiscard]] pw_core* core() const { return core_; }
+  /// Wakes `waitUntil`. Lock held.
+  void wake();
+
+ private:
+  struct Events;
+  struct BoundNode;
+  struct BoundCard;
+  struct BoundMetadata;
+  struct Timer;
+
+  Session();
+  bool connect(std::string& problem);
+  void changed(Change change);
+
+  pw_thread_loop* loop_ = nullptr;
+  pw_context* context_ = nullptr;
+  pw_core* core_ = nullptr;
+  std::unique_ptr<Events> events_;
+  bool isConnected_ = false;
+  int lastDone_ = 0;
+
+  std::map<std::uint32_t, std::unique_ptr<BoundNode>> nodes_;
+  std::vector<std::uint32_t> nodeOrder_;
+  std::map<std::uint32_t, std::unique_ptr<BoundCard>> cards_;
+  std::map<std::uint32_t, std::unique_ptr<BoundMetadata>> metadata_;
+  std::map<std::uint32_t, Port> ports_;
+  std::map<std::uint32_t, Link> links_;
+  std::vector<std::unique_ptr<Timer>> timers_;
+};
+
+}  // namespace orvelle::pipewire

@@ -1,0 +1,55 @@
+// The one volume control and the mute switch of a device, whatever the session keeps behind them.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "orvelle/platform/AudioTypes.h"
+#include "orvelle/platform/pipewire/Session.h"
+
+namespace orvelle::pipewire {
+
+/// Where a sound card controls the volume it is written there, else on the node. What is written is
+/// temporary: the session manager is kept from storing it, so that no crash can leave a device at
+/// full volume for the next login.
+///
+/// Session lock held in every call.
+class VolumeControl {
+ public:
+  explicit VolumeControl(Session& session) : session_(session) {}
+
+  /// Nothing for nodes without a volume.
+  [[nodiscard]] std::optional<ChannelLevel> level(const Node& node) const;
+  [[nodiscard]] std::optional<float> scalar(const Node& node) const;
+
+  /// Scales all channels alike. A scalar that was read before the last change brings the very
+  /// values of then back. Waits for the session to confirm.
+  OSStatus setScalar(const Node& node, float scalar);
+  OSStatus setMute(const Node& node, bool mute);
+
+ private:
+  struct Memory {
+    /// From before the last change of the scalar.
+    std::optional<ChannelLevel> before;
+    /// The last proportions that could be heard.
+    std::vector<float> balance;
+    /// What the session manager is to store: the level that our first change replaced.
+    std::optional<ChannelLevel> stored;
+  };
+  /// A change that the session has taken but does not report yet, and what it reports instead.
+  struct Unreported {
+    ChannelLevel requested;
+    ChannelLevel reported;
+  };
+
+  void apply(const Node& node, const ChannelLevel& level);
+  void keepStored(const Node& node);
+  [[nodiscard]] std::optional<ChannelLevel> reportedLevel(const Node& node) const;
+
+  Session& session_;
+  std::map<std::string, Memory, std::less<>> memories_;  // by node name: survives a replug
+  std::map<std::uint32_t, Unreported> unreported_;       // by node id
+};
+
+}  // namespace orvelle::pipewire

@@ -1,0 +1,231 @@
+// One I/O cycle of a simulated world: programs play, loopbacks deliver, callbacks run, outputs
+// sound.
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <utility>
+
+#include "orvelle/platform/simulated/SimulatedHardware.h"
+#include "orvelle/platform/simulated/SimulatedObjects.h"
+
+namespace orvelle {
+
+namespace {
+
+/// Copies `channels` interleaved channels between two places in wider frames.
+void addChannels(const std::vector<float>& from, std::size_t fromWidth, std::size_t fromChannel,
+                 std::vector<float>& to, std::size_t toWidth, std::size_t toChannel,
+                 std::size_t channels, std::size_t frames) {
+  for (std::size_t frame = 0; frame < frames; ++frame) {
+    for (std::size_t channel = 0; channel < channels; ++channel) {
+      to[frame * toWidth + toChannel + channel] += from[frame * fromWidth + fromChannel + channel];
+    }
+  }
+}
+
+std::vector<AudioBuffer> buffersOver(std::vector<std::vector<float>>& samples,
+                                     std::uint32_t frames) {
+  std::vector<AudioBuffer> buffers;
+  for (std::vector<float>& data : samples) {
+    buffers.push_back({static_cast<std::uint32_t>(data.size() / frames),
+                       static_cast<std::uint32_t>(data.size() * sizeof(float)), data.data()});
+  }
+  return buffers;
+}
+
+}  // namespace
+
+void SimulatedHardware::runCycle(std::uint32_t frames) {
+  const std::lock_guard cycle(cycleMutex_);
+  std::vector<PendingCallback> callbacks;
+  {
+    const std::lock_guard lock(mutex_);
+    playPrograms(frames);
+    callbacks = prepareCallbacks(frames);
+  }
+  // Callbacks run without the lock, as on hardware: the main thread may destroy one meanwhile.
+  std::erase_if(callbacks, [](PendingCallback& callback) {
+    return !callback.proc->call(callback.inputs, callback.outputs);
+  });
+  callbackCount_ += callbacks.size();
+  const std::lock_guard lock(mutex_);
+  for (const PendingCallback& callback : callbacks) {
+    mixOutputs(callback, frames);
+  }
+  finishCycle(frames);
+}
+
+std::vector<float> SimulatedHardware::heard(const std::string& uid) const {
+  const std::lock_guard lock(mutex_);
+  const Device* device = findDevice(uid);
+  return device == nullptr ? std::vector<float>{} : device->heard;
+}
+
+float SimulatedHardware::heardPeak(const std::string& uid) const {
+  float peak = 0.0F;
+  for (const float sample : heard(uid)) {
+    peak = std::max(peak, std::abs(sample));
+  }
+  return peak;
+}
+
+void SimulatedHardware::playPrograms(std::uint32_t frames) {
+  for (auto& [id, device] : devices_) {
+    device.mix.assign(std::size_t{frames} * device.outputChannels(), 0.0F);
+    if (device.carried.size() == device.mix.size()) {
+      device.mix.swap(device.carried);
+    }
+    device.carried.assign(device.mix.size(), 0.0F);
+  }
+  for (const auto& [id, process] : processes_) {
+    const ProcessDescription& program = process.description;
+    const Device* chosen = program.outputUID.empty() ? nullptr : findDevice(program.outputUID);
+    const auto target = devices_.find(chosen != nullptr ? chosen->id : defaultOutput_);
+    if (!program.isPlaying || target == devices_.end() || isSilencedByTap(id)) {
+      continue;
+    }
+    const std::uint32_t channels = target->second.outputChannels();
+    for (std::size_t i = 0; i < target->second.mix.size(); ++i) {
+      target->second.mix[i] += program.signal(worldFrame_ + static_cast<std::int64_t>(i / channels),
+                                              static_cast<std::uint32_t>(i % channels));
+    }
+  }
+  for (auto& [id, device] : devices_) {
+    if (!device.description.isLoopback) {
+      continue;
+    }
+    device.arrived = device.mix;
+    const std::uint32_t channels = device.outputChannels();
+    for (std::size_t i = 0; i < device.arrived.size(); ++i) {
+      device.arrived[i] *=
+          outputFactor(device.description, static_cast<std::uint32_t>(i % channels));
+    }
+  }
+}
+
+bool SimulatedHardware::isSilencedByTap(AudioObjectID process) const {
+  return std::ranges::any_of(taps_, [&](const auto& keyed) {
+    const TapDescription& tap = keyed.second.description;
+    const bool isTapped = std::ranges::find(tap.processes, process) != tap.processes.end();
+    return isTapped &&
+           (tap.muteBehavior == TapMuteBehavior::muted ||
+            (tap.muteBehavior == TapMuteBehavior::mutedWhenTapped && isTapRead(keyed.first)));
+  });
+}
+
+bool SimulatedHardware::isTapRead(AudioObjectID tap) const {
+  return std::ranges::any_of(procs_, [&](const auto& keyed) {
+    const auto& taps = devices_.at(keyed.second->device).taps;
+    return keyed.second->isStarted && std::ranges::find(taps, tap) != taps.end();
+  });
+}
+
+std::vector<SimulatedHardware::PendingCallback> SimulatedHardware::prepareCallbacks(
+    std::uint32_t frames) {
+  std::vector<PendingCallback> callbacks;
+  for (const auto& [id, proc] : procs_) {
+    const Device& device = devices_.at(proc->device);
+    const bool hasClock = !device.isAggregate || devices_.contains(device.master);
+    if (!proc->isStarted || !hasClock) {
+      continue;
+    }
+    PendingCallback callback;
+    callback.proc = proc;
+    collectInputs(device, frames, callback);
+    for (const std::uint32_t channels :
+         streams(device, kAudioObjectPropertyScopeOutput).channelsPerBuffer) {
+      callback.outputSamples.emplace_back(std::size_t{frames} * channels, 0.0F);
+    }
+    callback.inputs = buffersOver(callback.inputSamples, frames);
+    callback.outputs = buffersOver(callback.outputSamples, frames);
+    callbacks.push_back(std::move(callback));
+  }
+  return callbacks;
+}
+
+void SimulatedHardware::collectInputs(const Device& device, std::uint32_t frames,
+                                      PendingCallback& callback) const {
+  for (const AudioObjectID id : membersOf(device)) {
+    const Device& member = devices_.at(id);
+    std::size_t firstChannel = 0;
+    for (const std::uint32_t channels : member.description.inputBuffers) {
+      std::vector<float> samples(std::size_t{frames} * channels, 0.0F);
+      const std::size_t width = member.outputChannels();
+      if (member.description.isLoopback && firstChannel + channels <= width) {
+        addChannels(member.arrived, width, firstChannel, samples, channels, 0, channels, frames);
+      }
+      callback.inputSamples.push_back(std::move(samples));
+      firstChannel += channels;
+    }
+  }
+  for (const AudioObjectID id : device.taps) {
+    const auto tap = taps_.find(id);
+    callback.inputSamples.push_back(tap == taps_.end()
+                                        ? std::vector<float>(std::size_t{frames} * 2, 0.0F)
+                                        : tapSamples(tap->second, frames));
+  }
+}
+
+std::vector<float> SimulatedHardware::tapSamples(const Tap& tap, std::uint32_t frames) const {
+  std::vector<float> samples(std::size_t{frames} * 2, 0.0F);
+  for (const AudioObjectID id : tap.description.processes) {
+    const auto process = processes_.find(id);
+    if (process == processes_.end() || !process->second.description.isPlaying) {
+      continue;
+    }
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+      samples[i] += process->second.description.signal(
+          worldFrame_ + static_cast<std::int64_t>(i / 2), static_cast<std::uint32_t>(i % 2));
+    }
+  }
+  return samples;
+}
+
+void SimulatedHardware::mixOutputs(const PendingCallback& callback, std::uint32_t frames) {
+  const auto device = devices_.find(callback.proc->device);
+  if (device == devices_.end()) {
+    return;
+  }
+  std::size_t buffer = 0;
+  for (const AudioObjectID id : membersOf(device->second)) {
+    Device& member = devices_.at(id);
+    // What is played into a loopback can only be delivered by the next cycle.
+    std::vector<float>& destination = member.description.isLoopback ? member.carried : member.mix;
+    std::size_t firstChannel = 0;
+    for (const std::uint32_t channels : member.description.outputBuffers) {
+      const bool fits = destination.size() == std::size_t{frames} * member.outputChannels();
+      if (fits && buffer < callback.outputSamples.size()) {
+        addChannels(callback.outputSamples[buffer], channels, 0, destination,
+                    member.outputChannels(), firstChannel, channels, frames);
+      }
+      ++buffer;
+      firstChannel += channels;
+    }
+  }
+}
+
+void SimulatedHardware::finishCycle(std::uint32_t frames) {
+  for (auto& [id, device] : devices_) {
+    if (device.isAggregate || device.description.isLoopback) {
+      continue;
+    }
+    device.heard = device.mix;
+    const std::uint32_t channels = device.outputChannels();
+    for (std::size_t i = 0; i < device.heard.size(); ++i) {
+      device.heard[i] *= outputFactor(device.description, static_cast<std::uint32_t>(i % channels));
+    }
+  }
+  worldFrame_ += frames;
+}
+
+/// The members that are still there; a plain device is its own only member.
+std::vector<AudioObjectID> SimulatedHardware::membersOf(const Device& device) const {
+  if (!device.isAggregate) {
+    return {device.id};
+  }
+  std::vector<AudioObjectID> present = device.members;
+  std::erase_if(present, [this](AudioObjectID id) { return !devices_.contains(id); });
+  return present;
+}
+
+}  // namespace orvelle
