@@ -29,9 +29,7 @@ bool sameVolume(std::optional<float> one, std::optional<float> other) {
 }  // namespace
 
 BoostEngine::BoostEngine(const EngineHost& host)
-    : host_(host),
-      hal_(host.hardware),
-      meter_(host.queue, host.console, renderCalls, inputPeak) {}
+    : host_(host), hal_(host.hardware), meter_(host.queue, host.console, renderCalls, inputPeak) {}
 
 BoostEngine::~BoostEngine() {
   removeDefaultGuard();

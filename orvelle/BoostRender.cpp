@@ -163,10 +163,10 @@ void silence(AudioBufferList buffers) {
 }  // namespace
 
 void BoostRender::render(AudioBufferList input, AudioBufferList output) noexcept {
-  Settings settings;
-  settings.gain = gain.load(std::memory_order_relaxed);
-  settings.spatialWidth = spatialWidth.load(std::memory_order_relaxed);
-  settings.equalizerEnabled = equalizer.isEnabled.load(std::memory_order_relaxed);
+  Settings settings = {gain.load(std::memory_order_relaxed),
+                       spatialWidth.load(std::memory_order_relaxed),
+                       equalizer.isEnabled.load(std::memory_order_relaxed),
+                       {}};
   if (settings.equalizerEnabled) {
     equalizer.loadCoefficients(settings.coefficients);
   }

@@ -89,9 +89,8 @@ AudioDeviceInfo HAL::describe(AudioObjectID id) const {
   info.name = string(id, kAudioObjectPropertyName);
   info.inputChannels = channelCount(id, kAudioObjectPropertyScopeInput);
   info.outputChannels = channelCount(id, kAudioObjectPropertyScopeOutput);
-  info.transportType =
-      read<std::uint32_t>(hardware_, id, {kAudioDevicePropertyTransportType})
-          .value_or(kAudioDeviceTransportTypeUnknown);
+  info.transportType = read<std::uint32_t>(hardware_, id, {kAudioDevicePropertyTransportType})
+                           .value_or(kAudioDeviceTransportTypeUnknown);
   return info;
 }
 
@@ -177,8 +176,7 @@ void HAL::observeDeviceListChanges(std::function<void()> handler) const {
   hardware_.addPropertyListener(kAudioObjectSystemObject, kDevices, std::move(handler), token);
 }
 
-void HAL::observeDefaultOutputChanges(
-    std::function<void(const AudioDeviceInfo&)> handler) const {
+void HAL::observeDefaultOutputChanges(std::function<void(const AudioDeviceInfo&)> handler) const {
   ListenerToken token = 0;  // kept for the rest of the run: never removed
   hardware_.addPropertyListener(
       kAudioObjectSystemObject, kDefaultOutput,

@@ -57,7 +57,7 @@ inline constexpr std::uint32_t kAudioHardwarePropertyDevices =
 inline constexpr std::uint32_t kAudioHardwarePropertyDefaultOutputDevice =
     fourCharacterCode("dOut");  // [std::uint32_t]
 inline constexpr std::uint32_t kAudioHardwarePropertyProcessObjectList =
-    fourCharacterCode("prs#");  // [id list]
+    fourCharacterCode("prs#");                                                        // [id list]
 inline constexpr std::uint32_t kAudioObjectPropertyName = fourCharacterCode("lnam");  // [text]
 inline constexpr std::uint32_t kAudioDevicePropertyDeviceUID = fourCharacterCode("uid ");  // [text]
 inline constexpr std::uint32_t kAudioDevicePropertyStreamConfiguration =

@@ -7,8 +7,7 @@ namespace orvelle {
 ListenerToken ListenerRegistry::add(AudioObjectID object, const PropertyAddress& address,
                                     PropertyListener listener) {
   const std::lock_guard lock(registrations_->mutex);
-  registrations_->byToken.emplace(++lastToken_,
-                                  Registration{object, address, std::move(listener)});
+  registrations_->byToken.emplace(++lastToken_, Registration{object, address, std::move(listener)});
   return lastToken_;
 }
 

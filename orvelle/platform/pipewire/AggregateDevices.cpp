@@ -79,8 +79,7 @@ OSStatus AggregateDevices::start(AudioObjectID aggregate, AudioDeviceIOProcID pr
     return kAudioHardwareBadDeviceError;
   }
   auto stream = std::make_unique<GraphStream>(
-      session_,
-      GraphStreamSettings{description.uid, description.name, input, description.master},
+      session_, GraphStreamSettings{description.uid, description.name, input, description.master},
       proc->block);
   if (!stream->isConnected()) {
     return kAudioHardwareUnspecifiedError;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <vector>
 
 namespace orvelle::pipewire {
@@ -45,6 +46,17 @@ std::string jsonFromName(std::string_view name) {
   return "{ \"name\": " + std::string(text.data()) + " }";
 }
 
+int sessionPriority(const Node& node) {
+  const std::string_view text = valueOf(node.properties, "priority.session");
+  int priority = 0;
+  std::from_chars(text.data(), text.data() + text.size(), priority);
+  return priority;
+}
+
+bool canBeDefault(const Node& node) {
+  return node.mediaClass() == "Audio/Sink" || node.mediaClass() == "Audio/Duplex";
+}
+
 }  // namespace
 
 std::string DefaultOutput::effective() const {
@@ -56,8 +68,7 @@ std::string DefaultOutput::configured() const {
 }
 
 bool DefaultOutput::configure(std::string_view name) {
-  return session_.setMetadata(kMetadata, 0, kConfiguredKey, kJSONType,
-                              jsonFromName(name).c_str());
+  return session_.setMetadata(kMetadata, 0, kConfiguredKey, kJSONType, jsonFromName(name).c_str());
 }
 
 bool DefaultOutput::moveToLoopback(std::string_view loopback) {
@@ -82,14 +93,27 @@ bool DefaultOutput::moveTo(std::string_view output) {
     return false;
   }
   waitForMove(from, output);
-  if (wasUnconfigured) {
+  if (wasUnconfigured && wouldStayOn(output)) {
     unconfigure(output);
   }
   return true;
 }
 
-/// The session manager remembers what was configured last and usually stays with it; where it
-/// chooses another output, `output` is configured after all.
+/// Session managers up to 0.4 stay with what was configured last. Later ones, which can be told by
+/// the settings that they publish, go to the output of the highest priority at once: music would
+/// be heard there until the way back is found.
+bool DefaultOutput::wouldStayOn(std::string_view output) const {
+  if (!session_.hasMetadata("sm-settings")) {
+    return true;
+  }
+  const Node* wanted = session_.nodeNamed(output);
+  return wanted != nullptr && std::ranges::all_of(session_.nodes(), [&](const Node* rival) {
+           return rival == wanted || !canBeDefault(*rival) ||
+                  sessionPriority(*rival) < sessionPriority(*wanted);
+         });
+}
+
+/// Where the session manager chooses another output after all, `output` is configured again.
 void DefaultOutput::unconfigure(std::string_view output) {
   session_.setMetadata(kMetadata, 0, kConfiguredKey, nullptr, nullptr);
   if (session_.waitUntil([&] { return effective() != output; }, kSecondThoughtSeconds)) {
@@ -121,8 +145,8 @@ bool DefaultOutput::streamsHaveLeft(std::string_view output) const {
 /// Whoever sets the default output goes on to change volumes: streams must have moved by then, or
 /// they would be heard through the output that they are leaving.
 void DefaultOutput::waitForMove(std::string_view from, std::string_view to) {
-  session_.waitUntil(
-      [&] { return effective() == to && (from == to || streamsHaveLeft(from)); }, kMoveSeconds);
+  session_.waitUntil([&] { return effective() == to && (from == to || streamsHaveLeft(from)); },
+                     kMoveSeconds);
 }
 
 }  // namespace orvelle::pipewire

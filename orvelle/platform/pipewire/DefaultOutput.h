@@ -27,6 +27,7 @@ class DefaultOutput {
  private:
   [[nodiscard]] std::string configured() const;
   bool configure(std::string_view name);
+  [[nodiscard]] bool wouldStayOn(std::string_view output) const;
   void unconfigure(std::string_view output);
   [[nodiscard]] bool streamsHaveLeft(std::string_view output) const;
   void waitForMove(std::string_view from, std::string_view to);

@@ -75,8 +75,8 @@ const Device* DeviceCatalogue::device(AudioObjectID id) const {
 }
 
 const Device* DeviceCatalogue::deviceNamed(std::string_view uid) const {
-  const auto found =
-      std::ranges::find_if(devices_, [&](const Device& device) { return this->uid(device) == uid; });
+  const auto found = std::ranges::find_if(
+      devices_, [&](const Device& device) { return this->uid(device) == uid; });
   return found == devices_.end() ? nullptr : &*found;
 }
 

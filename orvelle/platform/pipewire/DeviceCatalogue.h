@@ -15,7 +15,8 @@ namespace orvelle::pipewire {
 
 struct Device {
   AudioObjectID id = kAudioObjectUnknown;
-  std::uint32_t node = 0;  ///< in the session; meaningless for the loopback, whose node comes and goes
+  std::uint32_t node =
+      0;  ///< in the session; meaningless for the loopback, whose node comes and goes
   bool isLoopback = false;
 };
 
@@ -32,8 +33,7 @@ struct ChannelCounts {
 class DeviceCatalogue {
  public:
   /// `nextID` hands out object ids.
-  DeviceCatalogue(Session& session, LoopbackNode& loopback,
-                  std::function<AudioObjectID()> nextID);
+  DeviceCatalogue(Session& session, LoopbackNode& loopback, std::function<AudioObjectID()> nextID);
 
   /// Takes over what the session lists now. True when devices or their channels have changed.
   bool update();

@@ -103,9 +103,9 @@ bool GraphStream::connect() {
     events.process = onProcess;
     return events;
   }();
-  pw_properties* properties = pw_properties_new(
-      PW_KEY_NODE_NAME, settings_.name.c_str(), PW_KEY_NODE_DESCRIPTION,
-      settings_.description.c_str(), PW_KEY_NODE_LATENCY, kLatency, nullptr);
+  pw_properties* properties =
+      pw_properties_new(PW_KEY_NODE_NAME, settings_.name.c_str(), PW_KEY_NODE_DESCRIPTION,
+                        settings_.description.c_str(), PW_KEY_NODE_LATENCY, kLatency, nullptr);
   if (settings_.forcedRate != 0) {
     pw_properties_setf(properties, PW_KEY_NODE_FORCE_RATE, "%d", settings_.forcedRate);
   }
@@ -128,8 +128,8 @@ bool GraphStream::connect() {
 void* GraphStream::addPort(PortIndex index, const char* name, const char* channel) {
   const bool isInput = index == inputLeft || index == inputRight;
   return pw_filter_add_port(
-      filter_, isInput ? PW_DIRECTION_INPUT : PW_DIRECTION_OUTPUT,
-      PW_FILTER_PORT_FLAG_MAP_BUFFERS, 1,
+      filter_, isInput ? PW_DIRECTION_INPUT : PW_DIRECTION_OUTPUT, PW_FILTER_PORT_FLAG_MAP_BUFFERS,
+      1,
       pw_properties_new(PW_KEY_FORMAT_DSP, "32 bit float mono audio", PW_KEY_PORT_NAME, name,
                         PW_KEY_AUDIO_CHANNEL, channel, nullptr),
       nullptr, 0);
@@ -140,8 +140,7 @@ void GraphStream::onProcess(void* data, spa_io_position* position) {
   const auto frames = static_cast<std::uint32_t>(position->clock.duration);
   const auto buffer = [&](PortIndex index) {
     void* port = stream.ports_[index];
-    return port == nullptr ? nullptr
-                           : static_cast<float*>(pw_filter_get_dsp_buffer(port, frames));
+    return port == nullptr ? nullptr : static_cast<float*>(pw_filter_get_dsp_buffer(port, frames));
   };
   stream.cycle_.run({.inputLeft = buffer(inputLeft),
                      .inputRight = buffer(inputRight),
@@ -207,9 +206,9 @@ void GraphStream::makeLink(const PortPair& ports) {
   pw_properties* properties = pw_properties_new(nullptr, nullptr);
   pw_properties_setf(properties, PW_KEY_LINK_OUTPUT_PORT, "%u", ports.first);
   pw_properties_setf(properties, PW_KEY_LINK_INPUT_PORT, "%u", ports.second);
-  auto* proxy = static_cast<pw_proxy*>(pw_core_create_object(session_.core(), "link-factory",
-                                                             PW_TYPE_INTERFACE_Link,
-                                                             PW_VERSION_LINK, &properties->dict, 0));
+  auto* proxy = static_cast<pw_proxy*>(
+      pw_core_create_object(session_.core(), "link-factory", PW_TYPE_INTERFACE_Link,
+                            PW_VERSION_LINK, &properties->dict, 0));
   pw_properties_free(properties);
   if (proxy != nullptr) {
     links_[ports] = std::make_unique<OwnLink>(session_, proxy);

@@ -27,21 +27,20 @@ bool LoopbackNode::isForeign() const {
 
 bool LoopbackNode::ensure() {
   if (proxy_ == nullptr && !isForeign()) {
-    pw_properties* properties = pw_properties_new(
-        "factory.name", "support.null-audio-sink",                                 //
-        PW_KEY_NODE_NAME, std::string(kLoopbackName).c_str(),                      //
-        PW_KEY_NODE_DESCRIPTION, std::string(kLoopbackDescription).c_str(),        //
-        PW_KEY_MEDIA_CLASS, "Audio/Sink", "audio.position", "FL,FR",               //
-        "audio.rate", "48000", PW_KEY_NODE_VIRTUAL, "true",                        //
-        "monitor.channel-volumes", "true",   // its volume is the system's control
-        "priority.session", "1",             // never a default by itself
-        "priority.driver", "1",              // drives only when nothing real does
-        "session.suspend-timeout-seconds", "0",
-        "state.restore-props", "false",      // its volume is handed over at each start
-        nullptr);
-    proxy_ = static_cast<pw_proxy*>(pw_core_create_object(session_.core(), "adapter",
-                                                          PW_TYPE_INTERFACE_Node, PW_VERSION_NODE,
-                                                          &properties->dict, 0));
+    pw_properties* properties =
+        pw_properties_new("factory.name", "support.null-audio-sink",                           //
+                          PW_KEY_NODE_NAME, std::string(kLoopbackName).c_str(),                //
+                          PW_KEY_NODE_DESCRIPTION, std::string(kLoopbackDescription).c_str(),  //
+                          PW_KEY_MEDIA_CLASS, "Audio/Sink", "audio.position", "FL,FR",         //
+                          "audio.rate", "48000", PW_KEY_NODE_VIRTUAL, "true",                  //
+                          "monitor.channel-volumes", "true",  // its volume is the system's control
+                          "priority.session", "1",            // never a default by itself
+                          "priority.driver", "1",             // drives only when nothing real does
+                          "session.suspend-timeout-seconds", "0", "state.restore-props",
+                          "false",  // its volume is handed over at each start
+                          nullptr);
+    proxy_ = static_cast<pw_proxy*>(pw_core_create_object(
+        session_.core(), "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &properties->dict, 0));
     pw_properties_free(properties);
   }
   return session_.waitUntil([this] { return node() != nullptr; }, kCreationSeconds);

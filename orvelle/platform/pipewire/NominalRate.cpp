@@ -37,8 +37,7 @@ OSStatus NominalRate::set(const Node& node, double rate) {
   const IOBlock silence = [](AudioBufferList /*input*/, AudioBufferList /*output*/) {};
   requests_.erase(name);
   requests_[name] = std::make_unique<GraphStream>(
-      session_, GraphStreamSettings{"app.orvelle.rate", "Orvelle Rate", "", name, wanted},
-      silence);
+      session_, GraphStreamSettings{"app.orvelle.rate", "Orvelle Rate", "", name, wanted}, silence);
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     if (session_.rates(id).current == wanted) {
       return kAudioHardwareNoError;

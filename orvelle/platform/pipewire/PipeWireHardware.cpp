@@ -167,8 +167,7 @@ OSStatus PipeWireHardware::Parts::getOfAggregate(AudioObjectID object,
   return kAudioHardwareNoError;
 }
 
-OSStatus PipeWireHardware::Parts::getOfDevice(const Device& device,
-                                              const PropertyAddress& address,
+OSStatus PipeWireHardware::Parts::getOfDevice(const Device& device, const PropertyAddress& address,
                                               PropertyValue& value) {
   const Node* node = catalogue.nodeOf(device);
   if (address.selector == kAudioDevicePropertyStreamConfiguration) {
@@ -207,8 +206,8 @@ OSStatus PipeWireHardware::Parts::getLevel(const Node* node, std::uint32_t selec
     return kAudioHardwareUnknownPropertyError;
   }
   // A loopback whose node is not there yet has the level that the node will come with.
-  const auto level = node == nullptr ? pipewire::ChannelLevel{{1.0F, 1.0F}, {}, false}
-                                     : volumes.level(*node);
+  const auto level =
+      node == nullptr ? pipewire::ChannelLevel{{1.0F, 1.0F}, {}, false} : volumes.level(*node);
   if (!level) {
     return kAudioHardwareUnknownPropertyError;
   }
@@ -352,16 +351,14 @@ OSStatus PipeWireHardware::isPropertySettable(AudioObjectID object, const Proper
   PropertyValue value;
   const OSStatus status = getPropertyData(object, address, value);
   if (status == kAudioHardwareNoError) {
-    settable = address == kDefaultOutput ||
-               address.selector == kAudioDevicePropertyVolumeScalar ||
+    settable = address == kDefaultOutput || address.selector == kAudioDevicePropertyVolumeScalar ||
                address.selector == kAudioDevicePropertyMute ||
                address.selector == kAudioDevicePropertyNominalSampleRate;
   }
   return status;
 }
 
-OSStatus PipeWireHardware::getPropertyDataSize(AudioObjectID object,
-                                               const PropertyAddress& address,
+OSStatus PipeWireHardware::getPropertyDataSize(AudioObjectID object, const PropertyAddress& address,
                                                std::uint32_t& byteSize) {
   PropertyValue value;
   const OSStatus status = getPropertyData(object, address, value);
@@ -392,12 +389,15 @@ OSStatus PipeWireHardware::setPropertyData(AudioObjectID object, const PropertyA
                            : parts_->setOfDevice(*device, address, value);
 }
 
-OSStatus PipeWireHardware::addPropertyListener(AudioObjectID object,
-                                               const PropertyAddress& address,
+OSStatus PipeWireHardware::addPropertyListener(AudioObjectID object, const PropertyAddress& address,
                                                PropertyListener listener, ListenerToken& token) {
   const Session::Lock lock(*parts_->session);
-  token = parts_->listeners.add(object, address, std::move(listener));
-  return kAudioHardwareNoError;
+  PropertyValue value;
+  const OSStatus status = parts_->get(object, address, value);
+  if (status == kAudioHardwareNoError) {
+    token = parts_->listeners.add(object, address, std::move(listener));
+  }
+  return status;
 }
 
 OSStatus PipeWireHardware::removePropertyListener(ListenerToken token) {
@@ -409,7 +409,9 @@ OSStatus PipeWireHardware::removePropertyListener(ListenerToken token) {
 OSStatus PipeWireHardware::createAggregateDevice(const AggregateDescription& description,
                                                  AudioObjectID& aggregate) {
   const Session::Lock lock(*parts_->session);
-  return parts_->createAggregate(description, aggregate);
+  const OSStatus status = parts_->createAggregate(description, aggregate);
+  parts_->releaseLoopback();  // what was refused needs none
+  return status;
 }
 
 OSStatus PipeWireHardware::destroyAggregateDevice(AudioObjectID aggregate) {

@@ -147,8 +147,9 @@ struct Session::Timer {
   static void fire(void* data, std::uint64_t /*expirations*/) {
     auto* timer = static_cast<Timer*>(data);
     const auto job = std::move(timer->job);
-    std::erase_if(timer->session.timers_,
-                  [&](const std::unique_ptr<Timer>& candidate) { return candidate.get() == timer; });
+    std::erase_if(timer->session.timers_, [&](const std::unique_ptr<Timer>& candidate) {
+      return candidate.get() == timer;
+    });
     job();
   }
 };
@@ -225,8 +226,8 @@ struct Session::Events {
   static void cardInfo(void* data, const pw_device_info* info);
   static void cardParam(void* data, int seq, std::uint32_t id, std::uint32_t index,
                         std::uint32_t next, const spa_pod* param);
-  static int metadataProperty(void* data, std::uint32_t subject, const char* key,
-                              const char* type, const char* value);
+  static int metadataProperty(void* data, std::uint32_t subject, const char* key, const char* type,
+                              const char* value);
 };
 
 // Registry
@@ -269,8 +270,6 @@ void Session::Events::addCard(std::uint32_t id, Properties&& properties) {
       pw_registry_bind(registry, id, PW_TYPE_INTERFACE_Device, PW_VERSION_DEVICE, 0));
   auto* device = reinterpret_cast<pw_device*>(bound->proxy);
   pw_device_add_listener(device, &bound->hook, &kEvents, bound.get());
-  std::uint32_t params[] = {SPA_PARAM_Route};
-  pw_device_subscribe_params(device, params, std::size(params));
   session.cards_[id] = std::move(bound);
 }
 
@@ -316,9 +315,8 @@ void Session::Events::nodeInfo(void* data, const pw_node_info* info) {
   bound.session.changed(Change::objects);
 }
 
-void Session::Events::nodeParam(void* data, int /*seq*/, std::uint32_t id,
-                                std::uint32_t /*index*/, std::uint32_t /*next*/,
-                                const spa_pod* param) {
+void Session::Events::nodeParam(void* data, int /*seq*/, std::uint32_t id, std::uint32_t /*index*/,
+                                std::uint32_t /*next*/, const spa_pod* param) {
   auto& bound = *static_cast<BoundNode*>(data);
   if (id == bound.askedParam && param != nullptr) {
     bound.answers.push_back(rateFromFormat(param));
@@ -339,11 +337,16 @@ void Session::Events::cardInfo(void* data, const pw_device_info* info) {
     bound.card.properties = propertiesOf(info->props);
     bound.session.changed(Change::objects);
   }
+  // Asked each time: a subscription tells nothing of the cards that another process brings into the
+  // session, and the session manager is such a process.
+  if ((info->change_mask & PW_DEVICE_CHANGE_MASK_PARAMS) != 0U) {
+    pw_device_enum_params(reinterpret_cast<pw_device*>(bound.proxy), 0, SPA_PARAM_Route, 0,
+                          UINT32_MAX, nullptr);
+  }
 }
 
-void Session::Events::cardParam(void* data, int /*seq*/, std::uint32_t id,
-                                std::uint32_t /*index*/, std::uint32_t /*next*/,
-                                const spa_pod* param) {
+void Session::Events::cardParam(void* data, int /*seq*/, std::uint32_t id, std::uint32_t /*index*/,
+                                std::uint32_t /*next*/, const spa_pod* param) {
   auto& bound = *static_cast<BoundCard*>(data);
   if (id != SPA_PARAM_Route || param == nullptr) {
     return;
@@ -406,8 +409,7 @@ bool Session::connect(std::string& problem) {
     context_ = pw_context_new(pw_thread_loop_get_loop(loop_), settings, 0);
   }
   if (context_ != nullptr) {
-    core_ = pw_context_connect(
-        context_, pw_properties_new(PW_KEY_APP_NAME, "Orvelle", nullptr), 0);
+    core_ = pw_context_connect(context_, pw_properties_new(PW_KEY_APP_NAME, "Orvelle", nullptr), 0);
   }
   if (core_ == nullptr) {
     problem = "no PipeWire session answers at " + remotePath() + " (" +
@@ -566,8 +568,12 @@ std::vector<Link> Session::linksInto(std::uint32_t node) const {
   return found;
 }
 
-std::optional<std::string> Session::metadataValue(std::string_view metadata,
-                                                  std::uint32_t subject,
+bool Session::hasMetadata(std::string_view metadata) const {
+  return std::ranges::any_of(metadata_,
+                             [&](const auto& entry) { return entry.second->name == metadata; });
+}
+
+std::optional<std::string> Session::metadataValue(std::string_view metadata, std::uint32_t subject,
                                                   std::string_view key) const {
   for (const auto& [id, bound] : metadata_) {
     const auto value = bound->values.find({subject, std::string(key)});
@@ -619,8 +625,8 @@ Session::Rates Session::rates(std::uint32_t node) {
     if (const auto found = nodes_.find(node); found != nodes_.end()) {
       found->second->askedParam = param;
       found->second->answers.clear();
-      pw_node_enum_params(reinterpret_cast<pw_node*>(found->second->proxy), 0, param, 0,
-                          UINT32_MAX, nullptr);
+      pw_node_enum_params(reinterpret_cast<pw_node*>(found->second->proxy), 0, param, 0, UINT32_MAX,
+                          nullptr);
     }
     roundTrip();
     if (const auto found = nodes_.find(node); found != nodes_.end()) {

@@ -57,6 +57,7 @@ class Session {
   [[nodiscard]] std::vector<const Port*> ports(std::uint32_t node, bool input) const;
   [[nodiscard]] std::vector<Link> linksInto(std::uint32_t node) const;
   [[nodiscard]] bool hasLink(std::uint32_t id) const { return links_.contains(id); }
+  [[nodiscard]] bool hasMetadata(std::string_view metadata) const;
   /// A value of the metadata object `metadata` ("default", "settings", ...).
   [[nodiscard]] std::optional<std::string> metadataValue(std::string_view metadata,
                                                          std::uint32_t subject,
@@ -89,7 +90,8 @@ class Session {
   /// Lets time pass until `condition` holds, for `seconds` at most; returns whether it holds. The
   /// condition is asked again after every event. Never on the loop thread.
   bool waitUntil(const std::function<bool()>& condition, double seconds);
-  /// Runs `job` once on the loop thread, with the lock held; not at all when the session ends first.
+  /// Runs `job` once on the loop thread, with the lock held; not at all when the session ends
+  /// first.
   void after(double seconds, std::function<void()> job);
   /// Everything asked so far has been done by the session, and its answers have arrived.
   void roundTrip();

@@ -56,9 +56,8 @@ std::optional<ChannelLevel> VolumeControl::reportedLevel(const Node& node) const
 std::optional<ChannelLevel> VolumeControl::level(const Node& node) const {
   const auto reported = reportedLevel(node);
   const auto found = unreported_.find(node.id);
-  return found != unreported_.end() && found->second.reported == reported
-             ? found->second.requested
-             : reported;
+  return found != unreported_.end() && found->second.reported == reported ? found->second.requested
+                                                                          : reported;
 }
 
 std::optional<float> VolumeControl::scalar(const Node& node) const {

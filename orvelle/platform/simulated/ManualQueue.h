@@ -42,8 +42,8 @@ class ManualQueue final : public MainQueue, public Clock {
   /// Seconds since construction. Any thread.
   [[nodiscard]] double now() const;
 
-  /// Lets `seconds` pass and runs what becomes due in them. Throws std::logic_error when time stands
-  /// still because jobs keep posting jobs; so do the two below.
+  /// Lets `seconds` pass and runs what becomes due in them. Throws std::logic_error when time
+  /// stands still because jobs keep posting jobs; so do the two below.
   void advance(double seconds);
   /// Runs what is due now, and what that posts.
   void runUntilIdle();

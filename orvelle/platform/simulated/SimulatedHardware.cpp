@@ -71,9 +71,11 @@ SimulatedHardware::SimulatedHardware(MainQueue& queue)
 
 SimulatedHardware::~SimulatedHardware() = default;
 
-/// Every call that asks for a change comes through here: faults, lock, log, hook.
+/// Every call that asks for a change comes through here: faults, lock, log, hook. Only sets have a
+/// delayed action.
 OSStatus SimulatedHardware::change(const CallTarget& target, const std::string& text,
-                                   const std::function<OSStatus()>& action) {
+                                   const std::function<OSStatus()>& action,
+                                   const std::function<OSStatus(double)>& delayedAction) {
   ++callCount_;
   OSStatus status = kAudioHardwareNoError;
   {
@@ -89,12 +91,7 @@ OSStatus SimulatedHardware::change(const CallTarget& target, const std::string& 
       }
       status = fault->status;
     } else if (fault->effect == FaultEffect::delay) {
-      later_(fault->delaySeconds, [this, action, life = std::weak_ptr(life_)] {
-        if (!life.expired()) {
-          const std::lock_guard delayedLock(mutex_);
-          action();
-        }
-      });
+      status = delayedAction(fault->delaySeconds);
     }
     const bool failed = status != kAudioHardwareNoError;
     log_.push_back({target, status, failed ? text + " -> " + std::to_string(status) : text});
@@ -172,8 +169,28 @@ OSStatus SimulatedHardware::setPropertyData(AudioObjectID object, const Property
     const std::lock_guard lock(mutex_);
     text = describe(object, address, value);
   }
-  return change({CallKind::setPropertyData, object, address.selector}, text,
-                [this, object, address, value] { return write(object, address, value); });
+  return change(
+      {CallKind::setPropertyData, object, address.selector}, text,
+      [&] {
+        latestSets_[{object, address}] = value;
+        return write(object, address, value);
+      },
+      [&](double delaySeconds) { return setLater(object, address, value, delaySeconds); });
+}
+
+OSStatus SimulatedHardware::setLater(AudioObjectID object, const PropertyAddress& address,
+                                     const PropertyValue& value, double delaySeconds) {
+  latestSets_[{object, address}] = value;
+  later_(delaySeconds, [this, object, address, value, life = std::weak_ptr(life_)] {
+    if (life.expired()) {
+      return;
+    }
+    const std::lock_guard lock(mutex_);
+    if (latestSets_[{object, address}] == value) {
+      write(object, address, value);
+    }
+  });
+  return kAudioHardwareNoError;
 }
 
 OSStatus SimulatedHardware::addPropertyListener(AudioObjectID object,

@@ -139,7 +139,10 @@ class SimulatedHardware : public AudioHardware {
 
   // SimulatedHardware.cpp: calls, faults, log.
   OSStatus change(const CallTarget& target, const std::string& text,
-                  const std::function<OSStatus()>& action);
+                  const std::function<OSStatus()>& action,
+                  const std::function<OSStatus(double)>& delayedAction = nullptr);
+  OSStatus setLater(AudioObjectID object, const PropertyAddress& address,
+                    const PropertyValue& value, double delaySeconds);
   bool failsQuestion(CallKind kind, AudioObjectID object, const PropertyAddress& address,
                      OSStatus& status);
   OSStatus resolveMembers(const AggregateDescription& description, Device& aggregate);
@@ -193,6 +196,8 @@ class SimulatedHardware : public AudioHardware {
   ListenerRegistry listeners_;
   std::size_t listenerCount_ = 0;
   std::int64_t worldFrame_ = 0;
+  /// What was last asked of a property: a delayed set gives way to a later one.
+  std::map<std::pair<AudioObjectID, PropertyAddress>, PropertyValue> latestSets_;
   FaultPlan faults_;
   std::vector<CallRecord> log_;
   std::atomic<std::uint64_t> callCount_{0};

@@ -1,0 +1,143 @@
+// The real-time callback allocates nothing, takes no lock and does not enter the system.
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <condition_variable>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <random>
+#include <shared_mutex>
+#include <string>
+#include <vector>
+
+#include "tests/RealTimeSentinel.h"
+#include "tests/RenderRig.h"
+
+namespace orvelle::test {
+
+namespace {
+
+using Violations = RealTimeSentinel::Violations;
+
+// Catches a sentinel that cries without cause: then the tests below would prove nothing either.
+TEST(RealTimeSentinelTest, HarmlessCodeIsNotBlamed) {
+  int sum = 0;
+  EXPECT_EQ(RealTimeSentinel::watch([&] { ++sum; }), Violations{});
+  EXPECT_EQ(sum, 1);
+}
+
+// Catches a sentinel that is blind to one way of asking for memory or giving it back.
+TEST(RealTimeSentinelTest, AllocationsAreNoticed) {
+  void* volatile kept = nullptr;  // keeps the compiler from leaving the pair out
+  const auto twoOf = [&](const auto& callback) {
+    return RealTimeSentinel::watch(callback).allocations == 2;
+  };
+  EXPECT_TRUE(twoOf([&] {
+    kept = std::malloc(64);
+    std::free(kept);
+  }));
+  EXPECT_TRUE(twoOf([&] {
+    kept = ::operator new(64);
+    ::operator delete(kept);
+  }));
+  EXPECT_TRUE(twoOf([&] {
+    kept = ::operator new (64, std::align_val_t{64});
+    ::operator delete (kept, std::align_val_t{64});
+  }));
+  EXPECT_TRUE(twoOf([&] {
+    kept = std::calloc(4, 16);
+    kept = std::realloc(kept, 128);
+  }));
+  std::free(kept);
+
+  auto owner = std::make_shared<std::string>(100, 'x');
+  EXPECT_GT(RealTimeSentinel::watch([&] { owner.reset(); }).allocations, 0);
+}
+
+// Catches a sentinel that is blind to locks nobody contends for, which never enter the kernel.
+TEST(RealTimeSentinelTest, LocksAreNoticed) {
+  std::mutex mutex;
+  std::shared_mutex shared;
+  std::condition_variable condition;
+  EXPECT_EQ(RealTimeSentinel::watch([&] { const std::scoped_lock lock(mutex); }),
+            (Violations{0, 1, 0}));
+  EXPECT_EQ(RealTimeSentinel::watch([&] {
+              if (mutex.try_lock()) {
+                mutex.unlock();
+              }
+            }).locks,
+            1);
+  EXPECT_EQ(RealTimeSentinel::watch([&] { const std::shared_lock lock(shared); }).locks, 1);
+  EXPECT_EQ(RealTimeSentinel::watch([&] { const std::unique_lock lock(shared); }).locks, 1);
+  EXPECT_EQ(RealTimeSentinel::watch([&] { condition.notify_all(); }).locks, 1);
+}
+
+// Catches a sentinel that is blind to system calls, or makes them fail.
+TEST(RealTimeSentinelTest, SystemCallsAreNoticedAndStillWork) {
+  std::array<int, 2> pipeEnds{};
+  ASSERT_EQ(pipe(pipeEnds.data()), 0);
+  char received = 0;
+  EXPECT_EQ(RealTimeSentinel::watch([&] {
+              if (write(pipeEnds[1], "x", 1) == 1 && read(pipeEnds[0], &received, 1) == 1) {
+                usleep(1);
+              }
+            }),
+            (Violations{0, 0, 3}));
+  EXPECT_EQ(received, 'x');
+  close(pipeEnds[0]);
+  close(pipeEnds[1]);
+
+  long bogus = 0;
+  EXPECT_EQ(RealTimeSentinel::watch([&] { bogus = syscall(SYS_close, -1); }).systemCalls, 1);
+  EXPECT_EQ(bogus, -1);
+  EXPECT_GT(RealTimeSentinel::watch([] {
+              void* volatile large = std::malloc(64U << 20U);  // beyond the heap: mapped
+              std::free(large);
+            }).systemCalls,
+            0);
+}
+
+// Catches any allocation, lock or system call on any path of the chain: limiter idle and working,
+// sound that is tiny, absurd or not finite, buffers without data, partner or channels, and the
+// first callback after every change.
+TEST(CallbackSafetyTest, RenderStaysInUserSpace) {
+  constexpr std::size_t samples = 1024;
+  constexpr std::uint32_t bytes = samples * sizeof(float);
+  constexpr float infinity = std::numeric_limits<float>::infinity();
+  std::vector<Mode> settings = modes();
+  settings.push_back({"overflow", infinity, infinity, std::vector<float>(10, 400.0F)});
+
+  for (const Mode& mode : settings) {
+    SCOPED_TRACE(mode.name);
+    BoostRender chain;
+    ScalarModel unused;
+    apply(mode, chain, unused);
+    for (const float amplitude : {0.01F, 1.0F, 4.0F, 1e-25F, infinity}) {
+      SCOPED_TRACE(amplitude);
+      std::vector<float> input = noise(1, samples, amplitude);
+      std::vector<float> output(samples * 3);
+      const std::vector<AudioBuffer> in = {
+          {2, bytes, input.data()}, {0, bytes - 3, input.data()}, {2, bytes, nullptr}};
+      const std::vector<AudioBuffer> out = {{2, bytes, output.data()},
+                                            {0, bytes, output.data() + samples},
+                                            {2, bytes, nullptr},
+                                            {10, bytes - 1, output.data() + samples * 2}};
+      EXPECT_EQ(RealTimeSentinel::watch([&] {
+                  for (int callback = 0; callback < 10; ++callback) {
+                    chain.render(in, out);
+                  }
+                }),
+                Violations{});
+      EXPECT_EQ(chain.renderCalls.exchange(0), 10);
+    }
+  }
+}
+
+}  // namespace
+
+}  // namespace orvelle::test

@@ -1,0 +1,171 @@
+#include <gtest/gtest.h>
+
+#include "orvelle/HAL.h"
+#include "orvelle/platform/simulated/ManualQueue.h"
+#include "orvelle/platform/simulated/SimulatedHardware.h"
+
+namespace orvelle {
+
+namespace {
+
+class HALTest : public testing::Test {
+ protected:
+  AudioObjectID plug(const DeviceDescription& device) { return hardware_.plug(device); }
+
+  ManualQueue queue_;
+  SimulatedHardware hardware_{queue_};
+  HAL hal_{hardware_};
+};
+
+/// What is left of a device that cannot be read.
+AudioDeviceInfo emptyRecord(AudioObjectID id) {
+  AudioDeviceInfo record;
+  record.id = id;
+  return record;
+}
+
+std::vector<std::string> uids(const std::vector<AudioDeviceInfo>& devices) {
+  std::vector<std::string> texts;
+  for (const AudioDeviceInfo& device : devices) {
+    texts.push_back(device.uid);
+  }
+  return texts;
+}
+
+}  // namespace
+
+// Fault: only the first buffer of a device is counted, or both directions together.
+TEST_F(HALTest, ChannelsAreSummedOverAllBuffersOfOneDirection) {
+  DeviceDescription interface = stereoOutput("interface", kAudioDeviceTransportTypeUSB);
+  interface.outputBuffers = {2, 6};
+  interface.inputBuffers = {1};
+  const AudioObjectID id = plug(interface);
+  EXPECT_EQ(hal_.channelCount(id, kAudioObjectPropertyScopeOutput), 8);
+  EXPECT_EQ(hal_.channelCount(id, kAudioObjectPropertyScopeInput), 1);
+}
+
+// Fault: a loopback, a headset or our own aggregate counts as a real output, and the boost feeds
+// itself or opens a microphone.
+TEST_F(HALTest, RealOutputsHaveOutputsAndNoInputs) {
+  plug(headset("headset"));
+  plug(stereoOutput("screen", kAudioDeviceTransportTypeHDMI));
+  plug(loopbackDevice("loopback"));
+  DeviceDescription microphone;
+  microphone.uid = "microphone";
+  microphone.inputBuffers = {1};
+  plug(microphone);
+  plug(stereoOutput("effect", kAudioDeviceTransportTypeVirtual));
+  AudioObjectID aggregate = 0;
+  AggregateDescription ours;
+  ours.uid = "ours";
+  ours.subdevices = {{"screen"}, {"loopback"}};
+  ours.master = "screen";
+  ASSERT_EQ(hardware_.createAggregateDevice(ours, aggregate), 0);
+  EXPECT_EQ(uids(hal_.realOutputs()), (std::vector<std::string>{"screen", "effect"}));
+}
+
+// Fault: the volume is looked for on the main element only, and devices with one per channel have
+// none or are not raised; or a fixed element is written and its status taken for a failure.
+TEST_F(HALTest, VolumeIsFoundAndWrittenWhereverTheDeviceHasIt) {
+  DeviceDescription perChannel = stereoOutput("perChannel", kAudioDeviceTransportTypeUSB);
+  perChannel.volumes = {{1, {0.4F}}, {2, {0.6F}}};
+  const AudioObjectID id = plug(perChannel);
+  EXPECT_EQ(hal_.outputVolume(id), 0.4F);
+  hal_.setOutputVolume(id, 0.7F);
+  EXPECT_EQ(hardware_.device("perChannel").volumes.at(1).value, 0.7F);
+  EXPECT_EQ(hardware_.device("perChannel").volumes.at(2).value, 0.7F);
+
+  DeviceDescription mixed = stereoOutput("mixed", kAudioDeviceTransportTypeUSB, 0.3F);
+  mixed.volumes[1] = {0.5F, false};
+  mixed.volumes[2] = {0.5F, true};
+  hal_.setOutputVolume(plug(mixed), 0.9F);
+  EXPECT_EQ(hardware_.device("mixed").volumes.at(0).value, 0.9F);
+  EXPECT_EQ(hardware_.device("mixed").volumes.at(1).value, 0.5F);
+  EXPECT_EQ(hardware_.device("mixed").volumes.at(2).value, 0.9F);
+
+  // An element that is there and cannot be read hands on to the next.
+  hardware_.inject({.kind = CallKind::getPropertyData, .count = 1});
+  EXPECT_EQ(hal_.outputVolume(hardware_.id("mixed")), 0.5F);
+
+  DeviceDescription fixed = stereoOutput("fixed", kAudioDeviceTransportTypeHDMI);
+  fixed.volumes.clear();
+  fixed.mute.reset();
+  EXPECT_EQ(hal_.outputVolume(plug(fixed)), std::nullopt);
+  EXPECT_EQ(hal_.outputMute(hardware_.id("fixed")), std::nullopt);
+}
+
+// Fault: a failing question throws, keeps a stale value, or hides the device from the catalogue.
+TEST_F(HALTest, FailingQuestionsGiveEmptyAnswers) {
+  const AudioObjectID id = plug(stereoOutput("screen", kAudioDeviceTransportTypeHDMI));
+  for (const CallKind kind : {CallKind::getPropertyData, CallKind::getPropertyDataSize}) {
+    hardware_.inject({.kind = kind});
+    EXPECT_TRUE(hal_.allDeviceIDs().empty());
+    EXPECT_EQ(hal_.channelCount(id, kAudioObjectPropertyScopeOutput), 0);
+    hardware_.clearFaults();
+  }
+  hardware_.inject({.kind = CallKind::getPropertyData});
+  EXPECT_EQ(hal_.describe(id), emptyRecord(id));
+  EXPECT_EQ(hal_.defaultOutput(), kAudioObjectUnknown);
+  EXPECT_EQ(hal_.outputVolume(id), std::nullopt);
+  EXPECT_EQ(hal_.nominalSampleRate(id), 0.0);
+
+  hardware_.clearFaults();
+  hardware_.inject({.kind = CallKind::getPropertyData, .object = id});
+  const auto unreadable = hal_.device("");
+  ASSERT_TRUE(unreadable);
+  EXPECT_EQ(unreadable->id, id);
+  EXPECT_EQ(hal_.allDevices().size(), 1U);
+}
+
+// Fault: the observer describes the device of the notification instead of the one that is the
+// default when it is delivered, or a registration that failed disturbs the others.
+TEST_F(HALTest, DefaultOutputObserversReadAfresh) {
+  plug(stereoOutput("first", kAudioDeviceTransportTypeBuiltIn));
+  plug(stereoOutput("second", kAudioDeviceTransportTypeUSB));
+  plug(stereoOutput("third", kAudioDeviceTransportTypeHDMI));
+  queue_.runUntilIdle();
+  std::vector<AudioDeviceInfo> seen;
+  int alsoCalled = 0;
+  hardware_.inject({.kind = CallKind::addPropertyListener, .count = 1});
+  hal_.observeDefaultOutputChanges([](const AudioDeviceInfo&) { FAIL() << "was not registered"; });
+  hal_.observeDefaultOutputChanges([&](const AudioDeviceInfo& device) { seen.push_back(device); });
+  hal_.observeDefaultOutputChanges([&](const AudioDeviceInfo&) { ++alsoCalled; });
+
+  hardware_.chooseDefaultOutput("second");
+  hardware_.chooseDefaultOutput("third");
+  queue_.runUntilIdle();
+  ASSERT_FALSE(seen.empty());
+  EXPECT_EQ(seen.front(), (AudioDeviceInfo{hardware_.id("third"), "third", "third name", 0, 2,
+                                           kAudioDeviceTransportTypeHDMI}));
+  EXPECT_GT(alsoCalled, 0);
+
+  hardware_.inject({.kind = CallKind::getPropertyData, .object = hardware_.id("first")});
+  hardware_.chooseDefaultOutput("first");
+  queue_.runUntilIdle();
+  EXPECT_EQ(seen.back(), emptyRecord(hardware_.id("first")));
+}
+
+// Fault: news of the device list are taken from the default output's, or come before the change.
+TEST_F(HALTest, DeviceListObserverSeesTheNewList) {
+  std::vector<std::size_t> counts;
+  hal_.observeDeviceListChanges([&] { counts.push_back(hal_.allDeviceIDs().size()); });
+  plug(stereoOutput("first", kAudioDeviceTransportTypeBuiltIn));
+  EXPECT_TRUE(counts.empty()) << "delivered off the main queue";
+  queue_.runUntilIdle();
+  ASSERT_FALSE(counts.empty());
+  EXPECT_EQ(counts.back(), 1U);
+  hardware_.unplug("first");
+  queue_.runUntilIdle();
+  EXPECT_EQ(counts.back(), 0U);
+}
+
+// Fault: one of the two Bluetooth codes, or a code from nowhere, has no display text.
+TEST_F(HALTest, EveryTransportHasADisplayText) {
+  EXPECT_EQ(transportName(kAudioDeviceTransportTypeBluetooth), "Bluetooth");
+  EXPECT_EQ(transportName(kAudioDeviceTransportTypeBluetoothLE), "Bluetooth");
+  EXPECT_EQ(transportName(kAudioDeviceTransportTypeUSB), "USB");
+  EXPECT_EQ(transportName(kAudioDeviceTransportTypeUnknown), "Other");
+  EXPECT_EQ(transportName(kAudioDeviceTransportTypeVirtual), "Other");
+}
+
+}  // namespace orvelle

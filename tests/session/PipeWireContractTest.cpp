@@ -1,0 +1,98 @@
+// The contract of the hardware interface, kept by the PipeWire back end on a real session.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+
+#include "tests/HardwareContract.h"
+#include "tests/session/HardwareSession.h"
+#include "tests/session/Probe.h"
+#include "tests/session/Recorder.h"
+
+namespace orvelle::rig {
+namespace {
+
+StandIn standIn(const std::string& uid, const std::string& name, std::uint32_t transport) {
+  StandIn output{.name = uid, .description = name};
+  if (transport != kAudioDeviceTransportTypeUSB) {
+    output.bus = "pci";
+  }
+  if (transport == kAudioDeviceTransportTypeHDMI) {
+    output.furtherProperties["device.profile.name"] = "hdmi-stereo";
+  }
+  return output;
+}
+
+class PipeWireRig final : public HardwareRig {
+ public:
+  AudioHardware& hardware() override { return session_.hardware(); }
+
+  bool waitUntil(const std::function<bool()>& condition, double timeoutSeconds) override {
+    return session_.eventually(condition, timeoutSeconds);
+  }
+
+  std::string loopbackUID() override { return rig::loopbackUID; }
+
+  void plug(const std::string& uid, const std::string& name, std::uint32_t transportType) override {
+    session_.plugs().plug(standIn(uid, name, transportType));
+  }
+
+  void unplug(const std::string& uid) override {
+    recorders_.erase(uid);
+    session_.plugs().unplug(uid);
+  }
+
+  void chooseDefaultOutput(const std::string& uid) override { session_.panel().configureSink(uid); }
+
+  void play(double peak) override {
+    player_.reset();
+    if (peak > 0.0) {
+      player_ = std::make_unique<Probe>(sineSignal(1000.0, static_cast<float>(peak)),
+                                        ProbeOptions{.name = "player"});
+    }
+  }
+
+  double heardPeak(const std::string& uid) override {
+    std::unique_ptr<Recorder>& recorder = recorders_[uid];
+    if (!recorder) {
+      recorder = std::make_unique<Recorder>(uid, std::chrono::seconds(120));
+    }
+    recorder->forget();
+    static_cast<void>(recorder->waitFor(milliseconds(30)));
+    double loudest = 0.0;
+    for (const auto& channel : recorder->take().channels) {
+      loudest = std::max(loudest, static_cast<double>(peak(channel)));
+    }
+    return loudest;
+  }
+
+  /// While it is the default output, the loopback is wanted.
+  std::vector<std::string> leftovers() override {
+    std::vector<std::string> names;
+    for (const SessionObject& node : session_.panel().session().nodes()) {
+      const std::string name = node.property(PW_KEY_NODE_NAME);
+      const bool isUnwantedLoopback =
+          name == rig::loopbackUID && session_.panel().defaultSink() != rig::loopbackUID;
+      if (name == "contract.aggregate" || isUnwantedLoopback) {
+        names.push_back(name);
+      }
+    }
+    return names;
+  }
+
+ private:
+  HardwareSession session_{SessionOptions{}};
+  std::map<std::string, std::unique_ptr<Recorder>> recorders_;
+  std::unique_ptr<Probe> player_;
+};
+
+}  // namespace
+}  // namespace orvelle::rig
+
+namespace orvelle {
+
+INSTANTIATE_TEST_SUITE_P(PipeWire, HardwareContract,
+                         testing::Values(HardwareContractParam{
+                             "PipeWire", [] { return std::make_unique<rig::PipeWireRig>(); }}));
+
+}  // namespace orvelle

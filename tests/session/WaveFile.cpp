@@ -1,0 +1,143 @@
+#include "tests/session/WaveFile.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace orvelle::rig {
+namespace {
+
+static_assert(std::endian::native == std::endian::little, "WAV files are little endian");
+
+constexpr std::uint16_t formatInteger = 1;
+constexpr std::uint16_t formatFloat = 3;
+constexpr std::uint16_t formatExtensible = 0xFFFE;
+
+struct FormatChunk {
+  std::uint16_t format = 0;
+  std::uint16_t channels = 0;
+  std::uint32_t rate = 0;
+  std::uint32_t bytesPerSecond = 0;
+  std::uint16_t bytesPerFrame = 0;
+  std::uint16_t bitsPerSample = 0;
+};
+static_assert(sizeof(FormatChunk) == 16);
+
+template <typename Value>
+void append(std::string& bytes, const Value& value) {
+  std::array<char, sizeof(Value)> raw{};
+  std::memcpy(raw.data(), &value, sizeof value);
+  bytes.append(raw.data(), raw.size());
+}
+
+template <typename Value>
+Value take(std::string_view bytes, std::size_t offset) {
+  if (offset + sizeof(Value) > bytes.size()) {
+    throw std::runtime_error("WAV file is cut short");
+  }
+  Value value{};
+  std::memcpy(&value, bytes.data() + offset, sizeof value);
+  return value;
+}
+
+void appendChunk(std::string& bytes, std::string_view name, std::string_view content) {
+  bytes.append(name);
+  append(bytes, static_cast<std::uint32_t>(content.size()));
+  bytes.append(content);
+}
+
+std::int16_t toInteger16(float sample) {
+  const float scaled = std::round(sample * 32768.0F);
+  return static_cast<std::int16_t>(std::clamp(scaled, -32768.0F, 32767.0F));
+}
+
+}  // namespace
+
+void writeWave(const std::filesystem::path& path, const WaveFile& wave, WaveFormat format) {
+  const bool isFloat = format == WaveFormat::float32;
+  const std::uint16_t bytesPerSample = isFloat ? 4 : 2;
+  FormatChunk description;
+  description.format = isFloat ? formatFloat : formatInteger;
+  description.channels = static_cast<std::uint16_t>(wave.channels.size());
+  description.rate = static_cast<std::uint32_t>(wave.rate);
+  description.bytesPerFrame = static_cast<std::uint16_t>(description.channels * bytesPerSample);
+  description.bytesPerSecond = description.rate * description.bytesPerFrame;
+  description.bitsPerSample = static_cast<std::uint16_t>(bytesPerSample * 8);
+
+  std::string samples;
+  for (std::size_t frame = 0; frame < wave.channels.at(0).size(); ++frame) {
+    for (const std::vector<float>& channel : wave.channels) {
+      if (isFloat) {
+        append(samples, channel.at(frame));
+      } else {
+        append(samples, toInteger16(channel.at(frame)));
+      }
+    }
+  }
+
+  std::string body = "WAVE";
+  std::string header;
+  append(header, description);
+  appendChunk(body, "fmt ", header);
+  appendChunk(body, "data", samples);
+  std::string file;
+  appendChunk(file, "RIFF", body);
+  std::ofstream stream(path, std::ios::binary);
+  stream.write(file.data(), static_cast<std::streamsize>(file.size()));
+  if (!stream.flush()) {
+    throw std::runtime_error("cannot write " + path.string());
+  }
+}
+
+WaveFile readWave(const std::filesystem::path& path) {
+  std::ifstream stream(path, std::ios::binary);
+  const std::string file{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+  const std::string_view bytes = file;
+  if (bytes.size() < 12 || bytes.substr(0, 4) != "RIFF" || bytes.substr(8, 4) != "WAVE") {
+    throw std::runtime_error(path.string() + " is no WAV file");
+  }
+
+  FormatChunk description;
+  std::string_view samples;
+  for (std::size_t offset = 12; offset + 8 <= bytes.size();) {
+    const std::string_view name = bytes.substr(offset, 4);
+    const std::size_t size = take<std::uint32_t>(bytes, offset + 4);
+    if (name == "fmt ") {
+      description = take<FormatChunk>(bytes, offset + 8);
+      if (description.format == formatExtensible) {
+        // The true format stands at the beginning of the subformat identifier.
+        description.format = take<std::uint16_t>(bytes, offset + 8 + 24);
+      }
+    } else if (name == "data") {
+      samples = bytes.substr(offset + 8, size);
+    }
+    offset += 8 + size + size % 2;
+  }
+
+  const bool isFloat = description.format == formatFloat && description.bitsPerSample == 32;
+  const bool isInteger = description.format == formatInteger && description.bitsPerSample == 16;
+  if ((!isFloat && !isInteger) || description.channels == 0) {
+    throw std::runtime_error(path.string() + " has a sample format that is not supported");
+  }
+  const std::size_t bytesPerSample = isFloat ? 4 : 2;
+  const std::size_t frames = samples.size() / (bytesPerSample * description.channels);
+  WaveFile wave;
+  wave.rate = static_cast<int>(description.rate);
+  wave.channels.assign(description.channels, std::vector<float>(frames));
+  for (std::size_t index = 0; index < frames * description.channels; ++index) {
+    const std::size_t offset = index * bytesPerSample;
+    wave.channels[index % description.channels][index / description.channels] =
+        isFloat ? take<float>(samples, offset)
+                : static_cast<float>(take<std::int16_t>(samples, offset)) / 32768.0F;
+  }
+  return wave;
+}
+
+}  // namespace orvelle::rig
