@@ -1,7 +1,7 @@
 #include "orvelle/BoostEngine.h"
 
 #include <algorithm>
-#include <cmath>
+#include <string_view>
 #include <utility>
 
 #include "orvelle/OutputRanking.h"
@@ -11,20 +11,15 @@ namespace orvelle {
 
 namespace {
 
+constexpr std::string_view kOwnUIDPrefix = "app.orvelle.";
+
 constexpr int kDefaultOutputAttempts = 20;
 constexpr double kDefaultOutputWaitSeconds = 0.1;
 /// While following, music plays on the direct path until the default output is back: hurry.
 constexpr double kFollowWaitSeconds = 0.01;
 constexpr int kDeviceStartAttempts = 11;
 constexpr double kDeviceStartWaitSeconds = 0.1;
-constexpr int kRestoreDefaultAttempts = 3;
-
-/// A scalar that differs by less is the same setting of the control.
-constexpr float kVolumeTolerance = 0.005F;
-
-bool sameVolume(std::optional<float> one, std::optional<float> other) {
-  return one && other && std::abs(*one - *other) <= kVolumeTolerance;
-}
+constexpr int kRestoreAttempts = 3;
 
 }  // namespace
 
@@ -40,17 +35,20 @@ void BoostEngine::start(const std::string& loopbackUID, const std::string& outpu
   if (isRunning_) {
     return;
   }
+  loopbackUID_ = loopbackUID;
   const auto loopback = hal_.device(loopbackUID);
   if (!loopback) {
     throw EngineError::deviceNotFound(loopbackUID);
   }
-  loopbackUID_ = loopbackUID;
+  loopbackID_ = loopback->id;
   previousDefaultOutput_ = hal_.defaultOutput();
   const OutputLevel previousLevel = levelOf(previousDefaultOutput_);
+  hasTakenDefault_ = true;
   if (!putDefaultOn(loopback->id, kDefaultOutputWaitSeconds)) {
     throw EngineError::osStatus("SetDefaultOutput (loopback never took)", -1);
   }
   handLevelToLoopback(loopback->id, previousLevel, outputUID);
+  knownDevices_ = foreignDevices();
   installDefaultGuard();
   buildAndStart(outputUID);
   isRunning_ = true;
@@ -67,9 +65,13 @@ void BoostEngine::stop(bool restoreDefault) {
     teardownAggregate();
   }
   settleOwedLevels();
-  if (restoreDefault) {
+  if (restoreDefault && (hasTakenDefault_ || isDefaultOnLoopback())) {
     restoreDefaultOutput();
   }
+}
+
+bool BoostEngine::isDefaultOnLoopback() const {
+  return hal_.string(hal_.defaultOutput(), kAudioDevicePropertyDeviceUID) == loopbackUID_;
 }
 
 void BoostEngine::restoreDefaultOutput() {
@@ -78,7 +80,7 @@ void BoostEngine::restoreDefaultOutput() {
   if (output == kAudioObjectUnknown) {
     return;
   }
-  for (int attempt = 0; attempt < kRestoreDefaultAttempts; ++attempt) {
+  for (int attempt = 0; attempt < kRestoreAttempts; ++attempt) {
     if (hal_.setDefaultOutput(output) == kAudioHardwareNoError) {
       return;
     }
@@ -116,7 +118,12 @@ BoostEngine::OutputLevel BoostEngine::levelOf(AudioObjectID output) const {
   return {hal_.outputVolume(output), hal_.outputMute(output)};
 }
 
-/// Whether the output has taken the volume. The quieter of the two changes comes first.
+bool BoostEngine::hasLevel(AudioObjectID output, const OutputLevel& level) const {
+  return (!level.volume || hal_.hasOutputVolume(output, *level.volume)) &&
+         (!level.mute || hal_.outputMute(output).value_or(false) == *level.mute);
+}
+
+/// Whether the output has taken the level. The quieter of the two changes comes first.
 bool BoostEngine::setLevel(AudioObjectID output, const OutputLevel& level) const {
   const bool mute = level.mute.value_or(false);
   if (mute) {
@@ -128,7 +135,7 @@ bool BoostEngine::setLevel(AudioObjectID output, const OutputLevel& level) const
   if (level.mute && !mute) {
     hal_.setOutputMute(output, false);
   }
-  return !level.volume || sameVolume(hal_.outputVolume(output), level.volume);
+  return hasLevel(output, level);
 }
 
 void BoostEngine::reassertLoopbackDefault() {
@@ -175,7 +182,8 @@ void BoostEngine::defaultOutputChanged() {
   }
   const AudioDeviceInfo chosen = hal_.describe(defaultOutput);
   const bool isRealOutput = chosen.outputChannels >= 1 && chosen.inputChannels < 1;
-  if (isRealOutput && chosen.uid != currentOutputUID_) {
+  const bool isFed = chosen.uid == currentOutputUID_ && chosen.id == boostedOutputID_;
+  if (isRealOutput && !isFed) {
     // Music plays into the chosen output right now, and following raises that to full volume.
     hal_.setDefaultOutput(loopback->id);
     follow(chosen);
@@ -195,18 +203,46 @@ void BoostEngine::deviceListChanged() {
   if (!isRunning_) {
     return;
   }
-  const std::vector<AudioObjectID> devices = hal_.allDeviceIDs();
-  const auto isPresent = [&devices](AudioObjectID id) {
-    return std::ranges::find(devices, id) != devices.end();
+  const std::vector<AudioObjectID> devices = foreignDevices();
+  if (devices.empty() || devices == knownDevices_) {
+    return;
+  }
+  knownDevices_ = devices;
+  const auto isGone = [&devices](AudioObjectID id) {
+    return id != kAudioObjectUnknown && std::ranges::find(devices, id) == devices.end();
   };
-  if (boostedOutputID_ != kAudioObjectUnknown && !devices.empty() && !isPresent(boostedOutputID_)) {
+  // With the loopback gone, programs play straight into an output that is raised.
+  if (isGone(boostedOutputID_) || isGone(loopbackID_)) {
     teardownAggregate();
   }
   settleOwedLevels();
-  if (currentOutputUID_.empty() && hal_.device(wantedOutputUID_)) {
-    teardownAggregate();
-    rebuild(wantedOutputUID_);
+  if (currentOutputUID_.empty()) {
+    resume();
   }
+}
+
+/// Our own aggregate is listed too, and making one must not look like news.
+std::vector<AudioObjectID> BoostEngine::foreignDevices() const {
+  std::vector<AudioObjectID> devices = hal_.allDeviceIDs();
+  std::erase_if(devices, [this](AudioObjectID id) {
+    return hal_.string(id, kAudioDevicePropertyDeviceUID).starts_with(kOwnUIDPrefix);
+  });
+  return devices;
+}
+
+/// Feeds the wanted output again once it and the loopback are both there.
+void BoostEngine::resume() {
+  const auto loopback = hal_.device(loopbackUID_);
+  const auto output = hal_.device(wantedOutputUID_);
+  if (!loopback || !output) {
+    return;
+  }
+  teardownAggregate();
+  if (std::exchange(loopbackID_, loopback->id) != loopback->id) {
+    // It comes with a volume of its own. The one that the user knows is the output's.
+    handLevelToLoopback(loopback->id, levelOf(output->id), wantedOutputUID_);
+  }
+  rebuild(wantedOutputUID_);
 }
 
 /// False when that failed. The output is then as it was before, and the next change tries again.
@@ -223,22 +259,22 @@ bool BoostEngine::rebuild(const std::string& outputUID) {
 
 // Real output
 
-void BoostEngine::raiseOutput(const AudioDeviceInfo& output) {
-  boostedOutputID_ = output.id;
-  boostedOutputUID_ = output.uid;
-  boostedOutputPrevLevel_ = levelOf(output.id);
-  if (const auto owed = owedLevels_.find(output.uid); owed != owedLevels_.end()) {
+void BoostEngine::raiseOutput(AudioObjectID output, const std::string& outputUID) {
+  boostedOutputID_ = output;
+  boostedOutputUID_ = outputUID;
+  boostedOutputPrevLevel_ = levelOf(output);
+  if (const auto owed = owedLevels_.find(outputUID); owed != owedLevels_.end()) {
     // It vanished while it was raised, and may have come back just as loud.
     boostedOutputPrevLevel_ = owed->second;
     owedLevels_.erase(owed);
   }
   // A volume that cannot be read could not be put back either.
   if (loopbackGovernsVolume_ && boostedOutputPrevLevel_.volume) {
-    hal_.setOutputVolume(output.id, 1.0F);
+    hal_.setOutputVolume(output, 1.0F);
   }
   // The mute has moved to the loopback, where the system's control can reach it.
-  if (boostedOutputPrevLevel_.mute.value_or(false)) {
-    hal_.setOutputMute(output.id, false);
+  if (loopbackGovernsVolume_ && boostedOutputPrevLevel_.mute.value_or(false)) {
+    hal_.setOutputMute(output, false);
   }
 }
 
@@ -255,10 +291,14 @@ void BoostEngine::lowerOutput() {
 }
 
 void BoostEngine::settleOwedLevels() {
-  std::erase_if(owedLevels_, [this](const auto& owed) {
-    const auto output = hal_.device(owed.first);
-    return output && setLevel(output->id, owed.second);
-  });
+  // The default output may go to one of them next: a call that fails in passing must not leave it
+  // loud.
+  for (int attempt = 0; attempt < kRestoreAttempts && !owedLevels_.empty(); ++attempt) {
+    std::erase_if(owedLevels_, [this](const auto& owed) {
+      const auto output = hal_.device(owed.first);
+      return output && setLevel(output->id, owed.second);
+    });
+  }
 }
 
 // Aggregate and callback
@@ -275,7 +315,7 @@ void BoostEngine::buildAndStart(const std::string& outputUID) {
   }
   // The loopback's volume is the system's control: it is never raised, whoever asks to feed it.
   if (output->id != loopback->id) {
-    raiseOutput(*output);
+    raiseOutput(output->id, outputUID);
   }
   aggregateID_ = makeAggregate(loopbackUID_, outputUID);
   startIOProc();
@@ -286,7 +326,7 @@ AudioObjectID BoostEngine::makeAggregate(const std::string& loopbackUID,
                                          const std::string& outputUID) {
   AggregateDescription description;
   description.name = "Orvelle Engine";
-  description.uid = "app.orvelle.aggregate." + std::to_string(currentProcessID());
+  description.uid = std::string(kOwnUIDPrefix) + "aggregate." + std::to_string(currentProcessID());
   description.subdevices = {{outputUID, false}, {loopbackUID, true}};
   description.master = outputUID;
   description.isPrivate = true;

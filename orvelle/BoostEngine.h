@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "orvelle/BoostRender.h"
 #include "orvelle/ConsoleMeter.h"
@@ -50,7 +51,7 @@ class BoostEngine final : public BoostRender {
   void start(const std::string& loopbackUID, const std::string& outputUID);
 
   /// Ends the boost. With `restoreDefault` the best real output becomes the default output (the
-  /// one from before the start where there is no real output).
+  /// one from before the start where there is no real output); not where no start has taken it.
   void stop(bool restoreDefault);
 
   /// Makes the real output run: raises it, builds the aggregate and starts the callback. Throws
@@ -79,19 +80,23 @@ class BoostEngine final : public BoostRender {
   };
 
   [[nodiscard]] OutputLevel levelOf(AudioObjectID output) const;
-  [[nodiscard]] bool setLevel(AudioObjectID output, const OutputLevel& level) const;
+  [[nodiscard]] bool hasLevel(AudioObjectID output, const OutputLevel& level) const;
+  bool setLevel(AudioObjectID output, const OutputLevel& level) const;
 
   bool putDefaultOn(AudioObjectID loopback, double waitSeconds);
   void handLevelToLoopback(AudioObjectID loopback, OutputLevel level, const std::string& outputUID);
+  [[nodiscard]] bool isDefaultOnLoopback() const;
   void restoreDefaultOutput();
 
   void installDefaultGuard();
   void defaultOutputChanged();
   void follow(const AudioDeviceInfo& output);
   void deviceListChanged();
+  [[nodiscard]] std::vector<AudioObjectID> foreignDevices() const;
+  void resume();
   bool rebuild(const std::string& outputUID);
 
-  void raiseOutput(const AudioDeviceInfo& output);
+  void raiseOutput(AudioObjectID output, const std::string& outputUID);
   void lowerOutput();
   void settleOwedLevels();
 
@@ -105,7 +110,10 @@ class BoostEngine final : public BoostRender {
   AudioObjectID aggregateID_ = kAudioObjectUnknown;
   AudioDeviceIOProcID procID_ = 0;
   AudioObjectID previousDefaultOutput_ = kAudioObjectUnknown;
+  /// A start that failed before it changed anything leaves nothing to restore.
+  bool hasTakenDefault_ = false;
   std::string loopbackUID_;
+  AudioObjectID loopbackID_ = kAudioObjectUnknown;
   std::string currentOutputUID_;
   /// The output that was last asked for, fed or not: it is taken again when it returns.
   std::string wantedOutputUID_;
@@ -119,6 +127,9 @@ class BoostEngine final : public BoostRender {
   /// Whether the loopback has taken over the volume. Without that no output is raised: nothing
   /// would govern its loudness.
   bool loopbackGovernsVolume_ = false;
+
+  /// As the device guard last found them.
+  std::vector<AudioObjectID> knownDevices_;
 
   ListenerToken defaultGuard_ = 0;
   ListenerToken deviceGuard_ = 0;

@@ -1,6 +1,8 @@
 #include "orvelle/HAL.h"
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <utility>
 #include <variant>
 
@@ -14,6 +16,9 @@ constexpr PropertyAddress kNominalSampleRate{kAudioDevicePropertyNominalSampleRa
 
 /// A device has its volume on the main element, on the two first channels, or on all three.
 constexpr std::array<std::uint32_t, 3> kVolumeElements = {kAudioObjectPropertyElementMain, 1, 2};
+
+/// Hardware rounds to the steps that it has.
+constexpr float kVolumeTolerance = 0.005F;
 
 constexpr PropertyAddress outputAddress(std::uint32_t selector, std::uint32_t element) {
   return {selector, kAudioObjectPropertyScopeOutput, element};
@@ -148,6 +153,17 @@ void HAL::setOutputVolume(AudioObjectID id, float volume) const {
   }
 }
 
+bool HAL::hasOutputVolume(AudioObjectID id, float volume) const {
+  return outputVolume(id) && std::ranges::all_of(kVolumeElements, [&](std::uint32_t element) {
+           const PropertyAddress address = outputAddress(kAudioDevicePropertyVolumeScalar, element);
+           if (!isSettable(id, address)) {
+             return true;
+           }
+           const auto current = read<float>(hardware_, id, address);
+           return current && std::abs(*current - volume) <= kVolumeTolerance;
+         });
+}
+
 std::optional<bool> HAL::outputMute(AudioObjectID id) const {
   const PropertyAddress address =
       outputAddress(kAudioDevicePropertyMute, kAudioObjectPropertyElementMain);
@@ -184,11 +200,15 @@ void HAL::observeDefaultOutputChanges(std::function<void(const AudioDeviceInfo&)
       token);
 }
 
+bool HAL::isSettable(AudioObjectID id, const PropertyAddress& address) const {
+  bool settable = false;
+  return hardware_.hasProperty(id, address) &&
+         hardware_.isPropertySettable(id, address, settable) == kAudioHardwareNoError && settable;
+}
+
 void HAL::setWhereSettable(AudioObjectID id, const PropertyAddress& address,
                            const PropertyValue& value) const {
-  bool settable = false;
-  if (hardware_.hasProperty(id, address) &&
-      hardware_.isPropertySettable(id, address, settable) == kAudioHardwareNoError && settable) {
+  if (isSettable(id, address)) {
     hardware_.setPropertyData(id, address, value);
   }
 }

@@ -57,6 +57,9 @@ class HAL {
   [[nodiscard]] std::optional<float> outputVolume(AudioObjectID id) const;
   /// Written to the main element and to channels 1 and 2, wherever it is settable.
   void setOutputVolume(AudioObjectID id, float volume) const;
+  /// Whether `setOutputVolume` has taken: the device has a volume, and every settable one stands
+  /// within half a percent.
+  [[nodiscard]] bool hasOutputVolume(AudioObjectID id, float volume) const;
   /// Absent where the device has no mute switch.
   [[nodiscard]] std::optional<bool> outputMute(AudioObjectID id) const;
   void setOutputMute(AudioObjectID id, bool mute) const;
@@ -72,6 +75,7 @@ class HAL {
   void observeDefaultOutputChanges(std::function<void(const AudioDeviceInfo&)> handler) const;
 
  private:
+  [[nodiscard]] bool isSettable(AudioObjectID id, const PropertyAddress& address) const;
   void setWhereSettable(AudioObjectID id, const PropertyAddress& address,
                         const PropertyValue& value) const;
 

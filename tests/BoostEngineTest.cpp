@@ -20,8 +20,8 @@ const std::string kSpeakersLowered = "volume 0 of speakers = 0.50";
 
 class BoostEngineTest : public testing::Test {
  protected:
-  BoostRig rig_;
-  SimulatedHardware& hardware_ = rig_.hardware;
+  BoostRig rig;
+  SimulatedHardware& hardware = rig.hardware;
 };
 
 }  // namespace
@@ -29,25 +29,25 @@ class BoostEngineTest : public testing::Test {
 // Fault: the speakers are raised while programs still play into them, or are left by the default
 // output's way back before they are lowered: a burst of 18 dB.
 TEST_F(BoostEngineTest, RealOutputIsOnlyLoudWhileTheLoopbackIsTheDefault) {
-  const float direct = rig_.heard(kSpeakers);
-  hardware_.afterChange = [&] { EXPECT_LE(rig_.heard(kSpeakers), direct * 1.001F); };
-  rig_.start();
-  EXPECT_EQ(rig_.volume(kSpeakers), 1.0F);
-  EXPECT_FLOAT_EQ(rig_.heard(kSpeakers), direct);
-  EXPECT_LT(rig_.placeOf(kDefaultOnLoopback), rig_.placeOf(kSpeakersRaised));
+  const float direct = rig.heard(kSpeakers);
+  hardware.afterChange = [&] { EXPECT_LE(rig.heard(kSpeakers), direct * 1.001F); };
+  rig.start();
+  EXPECT_EQ(rig.volume(kSpeakers), 1.0F);
+  EXPECT_FLOAT_EQ(rig.heard(kSpeakers), direct);
+  EXPECT_LT(rig.placeOf(kDefaultOnLoopback), rig.placeOf(kSpeakersRaised));
 
-  rig_.engine->stop(true);
-  EXPECT_EQ(rig_.volume(kSpeakers), 0.5F);
-  EXPECT_FLOAT_EQ(rig_.heard(kSpeakers), direct);
-  EXPECT_LT(rig_.placeOf("destroy aggregate"), rig_.placeOf(kSpeakersLowered));
-  EXPECT_LT(rig_.placeOf(kSpeakersLowered), rig_.placeOf(kDefaultOnSpeakers));
+  rig.engine->stop(true);
+  EXPECT_EQ(rig.volume(kSpeakers), 0.5F);
+  EXPECT_FLOAT_EQ(rig.heard(kSpeakers), direct);
+  EXPECT_LT(rig.placeOf("destroy aggregate"), rig.placeOf(kSpeakersLowered));
+  EXPECT_LT(rig.placeOf(kSpeakersLowered), rig.placeOf(kDefaultOnSpeakers));
 }
 
 // Fault: the aggregate has the loopback first (the callback would write into it), lacks drift
 // compensation, or is visible to others.
 TEST_F(BoostEngineTest, AggregateIsPrivateAndLedByTheRealOutput) {
-  rig_.start();
-  EXPECT_EQ(rig_.timesAsked(
+  rig.start();
+  EXPECT_EQ(rig.timesAsked(
                 "create private aggregate app.orvelle.aggregate." + std::to_string(getpid()) +
                 " (Orvelle Engine), master speakers, of speakers, " + kLoopback + " with drift"),
             1);
@@ -55,22 +55,32 @@ TEST_F(BoostEngineTest, AggregateIsPrivateAndLedByTheRealOutput) {
 
 // Fault: the gain does not reach what is heard, or the loopback's volume no longer governs it.
 TEST_F(BoostEngineTest, GainAndLoopbackVolumeGovernWhatIsHeard) {
-  rig_.start();
-  rig_.engine->gain = 4.0F;
-  EXPECT_FLOAT_EQ(rig_.heard(kSpeakers), kSource * volumeFactor(0.5F) * 4.0F);
-  hardware_.setVolume(kLoopback, 0.25F);
-  EXPECT_FLOAT_EQ(rig_.heard(kSpeakers), kSource * volumeFactor(0.25F) * 4.0F);
+  rig.start();
+  rig.engine->gain = 4.0F;
+  EXPECT_FLOAT_EQ(rig.heard(kSpeakers), kSource * volumeFactor(0.5F) * 4.0F);
+  hardware.setVolume(kLoopback, 0.25F);
+  EXPECT_FLOAT_EQ(rig.heard(kSpeakers), kSource * volumeFactor(0.25F) * 4.0F);
 }
 
 // Fault: the loopback keeps a volume of its own, or takes the fed output's where another device was
 // the default: the system's control would jump.
 TEST_F(BoostEngineTest, LoopbackTakesOverTheVolumeOfTheFormerDefault) {
-  hardware_.plug(stereoOutput(kHeadphones, kAudioDeviceTransportTypeUSB, 0.3F));
-  hardware_.chooseDefaultOutput(kHeadphones);
-  rig_.start();
-  EXPECT_EQ(rig_.volume(kLoopback), 0.3F);
-  EXPECT_EQ(rig_.volume(kHeadphones), 0.3F);
-  EXPECT_EQ(rig_.volume(kSpeakers), 1.0F);
+  hardware.plug(stereoOutput(kHeadphones, kAudioDeviceTransportTypeUSB, 0.3F));
+  hardware.chooseDefaultOutput(kHeadphones);
+  rig.start();
+  EXPECT_EQ(rig.volume(kLoopback), 0.3F);
+  EXPECT_EQ(rig.volume(kHeadphones), 0.3F);
+  EXPECT_EQ(rig.volume(kSpeakers), 1.0F);
+}
+
+// Fault: a loopback that has no mute switch is not trusted with the volume either.
+TEST_F(BoostEngineTest, LoopbackNeedsNoMuteSwitch) {
+  DeviceDescription loopback = hardware.unplug(kLoopback);
+  loopback.mute.reset();
+  hardware.plug(loopback);
+  rig.start();
+  EXPECT_EQ(rig.volume(kLoopback), 0.5F);
+  EXPECT_EQ(rig.volume(kSpeakers), 1.0F);
 }
 
 // Fault: a device without a volume control is written to, or the boost refuses it.
@@ -78,11 +88,11 @@ TEST_F(BoostEngineTest, OutputWithoutVolumeControlIsLeftAlone) {
   DeviceDescription fixed = stereoOutput("fixed", kAudioDeviceTransportTypeHDMI);
   fixed.volumes.clear();
   fixed.mute.reset();
-  hardware_.plug(fixed);
-  EXPECT_EQ(rig_.startError(kLoopback, "fixed"), "");
-  EXPECT_FLOAT_EQ(rig_.heard("fixed"), kSource * volumeFactor(0.5F));
-  rig_.engine->stop(true);
-  for (const std::string& text : hardware_.logTexts()) {
+  hardware.plug(fixed);
+  EXPECT_EQ(rig.startError(kLoopback, "fixed"), "");
+  EXPECT_FLOAT_EQ(rig.heard("fixed"), kSource * volumeFactor(0.5F));
+  rig.engine->stop(true);
+  for (const std::string& text : hardware.logTexts()) {
     EXPECT_EQ(text.find("of fixed ="), std::string::npos) << text;
   }
 }
@@ -90,24 +100,24 @@ TEST_F(BoostEngineTest, OutputWithoutVolumeControlIsLeftAlone) {
 // Fault: a muted output bursts into sound at start, cannot be unmuted by the system's control, or
 // is left unmuted at stop.
 TEST_F(BoostEngineTest, MuteTravelsWithTheVolume) {
-  hardware_.setMute(kSpeakers, true);
-  hardware_.afterChange = [&] { EXPECT_EQ(rig_.heard(kSpeakers), 0.0F); };
-  rig_.start();
-  hardware_.afterChange = nullptr;
-  EXPECT_TRUE(*hardware_.device(kLoopback).mute);
-  hardware_.setMute(kLoopback, false);
-  EXPECT_FLOAT_EQ(rig_.heard(kSpeakers), kSource * volumeFactor(0.5F));
+  hardware.setMute(kSpeakers, true);
+  hardware.afterChange = [&] { EXPECT_EQ(rig.heard(kSpeakers), 0.0F); };
+  rig.start();
+  hardware.afterChange = nullptr;
+  EXPECT_TRUE(*hardware.device(kLoopback).mute);
+  hardware.setMute(kLoopback, false);
+  EXPECT_FLOAT_EQ(rig.heard(kSpeakers), kSource * volumeFactor(0.5F));
 
-  rig_.engine->stop(true);
-  EXPECT_TRUE(*hardware_.device(kSpeakers).mute);
-  EXPECT_EQ(rig_.heard(kSpeakers), 0.0F);
+  rig.engine->stop(true);
+  EXPECT_TRUE(*hardware.device(kSpeakers).mute);
+  EXPECT_EQ(rig.heard(kSpeakers), 0.0F);
 }
 
 // Fault: an unknown loopback is noticed after something has been changed.
 TEST_F(BoostEngineTest, UnknownLoopbackChangesNothing) {
-  EXPECT_EQ(rig_.startError("nowhere"), "Audio device not found: nowhere");
-  EXPECT_TRUE(hardware_.logTexts().empty());
-  EXPECT_FALSE(rig_.engine->isRunning());
+  EXPECT_EQ(rig.startError("nowhere"), "Audio device not found: nowhere");
+  EXPECT_TRUE(hardware.logTexts().empty());
+  EXPECT_FALSE(rig.engine->isRunning());
 }
 
 // Fault: the wrong text or status, a step that swallows its failure, or a failure that cannot be
@@ -126,61 +136,61 @@ TEST_F(BoostEngineTest, EveryFailedStepSaysSoAndCanBePutRight) {
   };
   for (const Step& step : steps) {
     SCOPED_TRACE(step.text);
-    BoostRig rig;
-    const float direct = rig.heard(kSpeakers);
+    BoostRig fresh;
+    const float direct = fresh.heard(kSpeakers);
     if (step.kind) {
-      rig.hardware.inject({.kind = step.kind, .status = -50});
+      fresh.hardware.inject({.kind = step.kind, .status = -50});
     }
-    EXPECT_EQ(rig.startError(kLoopback, step.outputUID), step.text);
-    EXPECT_FALSE(rig.engine->isRunning());
-    EXPECT_EQ(rig.engine->currentOutputUID(), "");
-    EXPECT_EQ(rig.hardware.defaultOutputUID(), kLoopback);
+    EXPECT_EQ(fresh.startError(kLoopback, step.outputUID), step.text);
+    EXPECT_FALSE(fresh.engine->isRunning());
+    EXPECT_EQ(fresh.engine->currentOutputUID(), "");
+    EXPECT_EQ(fresh.hardware.defaultOutputUID(), kLoopback);
 
-    rig.putRight();
-    EXPECT_EQ(rig.hardware.defaultOutputUID(), kSpeakers);
-    EXPECT_FLOAT_EQ(rig.heard(kSpeakers), direct);
-    EXPECT_EQ(rig.hardware.aggregateCount() + rig.hardware.ioProcCount(), 0U);
-    EXPECT_EQ(rig.hardware.listenerCount(), 0U);
+    fresh.putRight();
+    EXPECT_EQ(fresh.hardware.defaultOutputUID(), kSpeakers);
+    EXPECT_FLOAT_EQ(fresh.heard(kSpeakers), direct);
+    EXPECT_EQ(fresh.hardware.aggregateCount() + fresh.hardware.ioProcCount(), 0U);
+    EXPECT_EQ(fresh.hardware.listenerCount(), 0U);
 
-    rig.hardware.clearFaults();
-    EXPECT_EQ(rig.startError(), "") << "a second start finds remains of the first";
+    fresh.hardware.clearFaults();
+    EXPECT_EQ(fresh.startError(), "") << "a second start finds remains of the first";
   }
 }
 
 // Fault: a loopback that never becomes the default is tried for ever or given up at once, or a
 // device is raised although programs still play into it.
 TEST_F(BoostEngineTest, DefaultOutputIsAskedForTwentyTimes) {
-  hardware_.inject({.kind = CallKind::setPropertyData,
-                    .selector = kAudioHardwarePropertyDefaultOutputDevice,
-                    .effect = FaultEffect::ignore});
-  const double before = rig_.queue.now();
-  EXPECT_EQ(rig_.startError(), "SetDefaultOutput (loopback never took) failed (OSStatus -1)");
-  EXPECT_EQ(rig_.timesAsked(kDefaultOnLoopback), 20);
-  EXPECT_NEAR(rig_.queue.now() - before, 2.0, 1e-6);
-  EXPECT_EQ(rig_.volume(kSpeakers), 0.5F);
-  EXPECT_EQ(rig_.volume(kLoopback), 1.0F);
-  EXPECT_EQ(hardware_.listenerCount(), 0U);
+  hardware.inject({.kind = CallKind::setPropertyData,
+                   .selector = kAudioHardwarePropertyDefaultOutputDevice,
+                   .effect = FaultEffect::ignore});
+  const double before = rig.queue.now();
+  EXPECT_EQ(rig.startError(), "SetDefaultOutput (loopback never took) failed (OSStatus -1)");
+  EXPECT_EQ(rig.timesAsked(kDefaultOnLoopback), 20);
+  EXPECT_NEAR(rig.queue.now() - before, 2.0, 1e-6);
+  EXPECT_EQ(rig.volume(kSpeakers), 0.5F);
+  EXPECT_EQ(rig.volume(kLoopback), 1.0F);
+  EXPECT_EQ(hardware.listenerCount(), 0U);
 }
 
 // Fault: a default output that takes its time is given up, or the speakers are raised meanwhile.
 TEST_F(BoostEngineTest, DefaultOutputMayTakeItsTime) {
-  hardware_.inject({.kind = CallKind::setPropertyData,
-                    .selector = kAudioHardwarePropertyDefaultOutputDevice,
-                    .effect = FaultEffect::delay,
-                    .delaySeconds = 0.45});
-  const float direct = rig_.heard(kSpeakers);
-  hardware_.afterChange = [&] { EXPECT_LE(rig_.heard(kSpeakers), direct * 1.001F); };
-  EXPECT_EQ(rig_.startError(), "");
-  EXPECT_EQ(rig_.timesAsked(kDefaultOnLoopback), 5);
+  hardware.inject({.kind = CallKind::setPropertyData,
+                   .selector = kAudioHardwarePropertyDefaultOutputDevice,
+                   .effect = FaultEffect::delay,
+                   .delaySeconds = 0.45});
+  const float direct = rig.heard(kSpeakers);
+  hardware.afterChange = [&] { EXPECT_LE(rig.heard(kSpeakers), direct * 1.001F); };
+  EXPECT_EQ(rig.startError(), "");
+  EXPECT_EQ(rig.timesAsked(kDefaultOnLoopback), 5);
 }
 
 // Fault: a device that needs a moment is given up, or a dead one is waited for without end.
 TEST_F(BoostEngineTest, DeviceStartIsTriedElevenTimes) {
-  hardware_.inject({.kind = CallKind::startDevice, .count = 10});
-  const double before = rig_.queue.now();
-  EXPECT_EQ(rig_.startError(), "");
-  EXPECT_EQ(rig_.timesAsked("start"), 1);
-  EXPECT_NEAR(rig_.queue.now() - before, 0.1 + 10 * 0.1, 1e-6);
+  hardware.inject({.kind = CallKind::startDevice, .count = 10});
+  const double before = rig.queue.now();
+  EXPECT_EQ(rig.startError(), "");
+  EXPECT_EQ(rig.timesAsked("start"), 1);
+  EXPECT_NEAR(rig.queue.now() - before, 0.1 + 10 * 0.1, 1e-6);
 
   BoostRig dead;
   dead.hardware.inject({.kind = CallKind::startDevice, .status = 7});
@@ -191,26 +201,26 @@ TEST_F(BoostEngineTest, DeviceStartIsTriedElevenTimes) {
 
 // Fault: a second start builds a second aggregate, or forgets what the first has to put back.
 TEST_F(BoostEngineTest, StartWhileRunningDoesNothing) {
-  rig_.start();
-  hardware_.clearLog();
-  EXPECT_EQ(rig_.startError("nowhere", "nowhere"), "");
-  EXPECT_TRUE(hardware_.logTexts().empty());
-  rig_.engine->stop(true);
-  EXPECT_EQ(rig_.volume(kSpeakers), 0.5F);
+  rig.start();
+  hardware.clearLog();
+  EXPECT_EQ(rig.startError("nowhere", "nowhere"), "");
+  EXPECT_TRUE(hardware.logTexts().empty());
+  rig.engine->stop(true);
+  EXPECT_EQ(rig.volume(kSpeakers), 0.5F);
 }
 
 // Fault: stop without restoring moves the default output, leaves something behind, or makes the
 // next start impossible.
 TEST_F(BoostEngineTest, StopLeavesNothingBehindAndCanBeRepeated) {
   for (int round = 0; round < 3; ++round) {
-    rig_.start();
-    EXPECT_EQ(rig_.engine->currentOutputUID(), kSpeakers);
-    rig_.engine->stop(false);
-    EXPECT_EQ(hardware_.defaultOutputUID(), kLoopback);
-    EXPECT_EQ(rig_.volume(kSpeakers), 0.5F);
-    EXPECT_EQ(hardware_.aggregateCount() + hardware_.ioProcCount() + hardware_.listenerCount(), 0U);
-    EXPECT_EQ(rig_.engine->currentOutputUID(), "");
-    hardware_.chooseDefaultOutput(kSpeakers);
+    rig.start();
+    EXPECT_EQ(rig.engine->currentOutputUID(), kSpeakers);
+    rig.engine->stop(false);
+    EXPECT_EQ(hardware.defaultOutputUID(), kLoopback);
+    EXPECT_EQ(rig.volume(kSpeakers), 0.5F);
+    EXPECT_EQ(hardware.aggregateCount() + hardware.ioProcCount() + hardware.listenerCount(), 0U);
+    EXPECT_EQ(rig.engine->currentOutputUID(), "");
+    hardware.chooseDefaultOutput(kSpeakers);
   }
 }
 
@@ -219,14 +229,14 @@ TEST_F(BoostEngineTest, StopLeavesNothingBehindAndCanBeRepeated) {
 TEST_F(BoostEngineTest, StopGoesToTheBestRealOutput) {
   const auto defaultAfterStopWith =
       [](const std::vector<std::pair<std::string, std::uint32_t>>& devices) {
-        BoostRig rig;
+        BoostRig fresh;
         for (const auto& [uid, transport] : devices) {
-          rig.hardware.plug(stereoOutput(uid, transport));
+          fresh.hardware.plug(stereoOutput(uid, transport));
         }
-        rig.hardware.plug(headset("headset"));
-        rig.start();
-        rig.engine->stop(true);
-        return rig.hardware.defaultOutputUID();
+        fresh.hardware.plug(headset("headset"));
+        fresh.start();
+        fresh.engine->stop(true);
+        return fresh.hardware.defaultOutputUID();
       };
   EXPECT_EQ(defaultAfterStopWith({}), kSpeakers);
   EXPECT_EQ(defaultAfterStopWith({{"odd", fourCharacterCode("????")}}), "odd");
@@ -241,39 +251,39 @@ TEST_F(BoostEngineTest, StopGoesToTheBestRealOutput) {
 
 // Fault: without a real output the way back is lost, or an object of id 0 is made the default.
 TEST_F(BoostEngineTest, StopWithoutRealOutputsGoesBackToWhereItStarted) {
-  hardware_.plug(headset("headset"));
-  hardware_.chooseDefaultOutput("headset");
-  rig_.start();
-  hardware_.unplug(kSpeakers);
-  rig_.engine->stop(true);
-  EXPECT_EQ(hardware_.defaultOutputUID(), "headset");
+  hardware.plug(headset("headset"));
+  hardware.chooseDefaultOutput("headset");
+  rig.start();
+  hardware.unplug(kSpeakers);
+  rig.engine->stop(true);
+  EXPECT_EQ(hardware.defaultOutputUID(), "headset");
 
-  BoostRig fresh;
-  fresh.hardware.unplug(kSpeakers);
-  fresh.hardware.clearLog();
-  fresh.engine->stop(true);
-  EXPECT_TRUE(fresh.hardware.logTexts().empty());
+  BoostRig empty;
+  empty.hardware.unplug(kSpeakers);
+  empty.hardware.clearLog();
+  empty.engine->stop(true);
+  EXPECT_TRUE(empty.hardware.logTexts().empty());
 }
 
 // Fault: the meter prints at another beat, keeps last second's peak, or outlives the boost.
 TEST_F(BoostEngineTest, MeterPrintsOncePerSecond) {
-  hardware_.setVolume(kSpeakers, 1.0F);
-  rig_.start();
-  rig_.heard(kSpeakers);
-  rig_.heard(kSpeakers);
-  rig_.queue.advance(0.999);
-  EXPECT_TRUE(rig_.console.lines.empty());
-  rig_.queue.advance(0.001);
-  rig_.queue.advance(1.0);
-  rig_.engine->stop(true);
-  rig_.queue.advance(5.0);
-  EXPECT_EQ(rig_.console.lines, (std::vector<std::string>{"  in:    2 cb/s  peak 0.100 ▮▮",
-                                                          "  in:    0 cb/s  peak 0.000 "}));
+  hardware.setVolume(kSpeakers, 1.0F);
+  rig.start();
+  rig.heard(kSpeakers);
+  rig.heard(kSpeakers);
+  rig.queue.advance(0.999);
+  EXPECT_TRUE(rig.console.lines.empty());
+  rig.queue.advance(0.001);
+  rig.queue.advance(1.0);
+  rig.engine->stop(true);
+  rig.queue.advance(5.0);
+  EXPECT_EQ(rig.console.lines, (std::vector<std::string>{"  in:    2 cb/s  peak 0.100 ▮▮",
+                                                         "  in:    0 cb/s  peak 0.000 "}));
 
-  rig_.engine->showMeter = false;
-  rig_.start();
-  rig_.queue.advance(5.0);
-  EXPECT_EQ(rig_.console.lines.size(), 2U);
+  rig.engine->showMeter = false;
+  rig.start();
+  rig.queue.advance(5.0);
+  EXPECT_EQ(rig.console.lines.size(), 2U);
 }
 
 // Fault: a callback, listener or timer that outlives the engine calls into freed memory.
@@ -281,21 +291,21 @@ TEST_F(BoostEngineTest, EngineMayGoWhileCallbacksStillCome) {
   std::atomic<bool> isOver{false};
   std::thread ioThread([&] {
     while (!isOver) {
-      hardware_.runCycle(64);
+      hardware.runCycle(64);
     }
   });
   for (int round = 0; round < 100; ++round) {
-    rig_.start();
-    hardware_.inject({.kind = CallKind::removePropertyListener, .count = 2});
-    hardware_.chooseDefaultOutput(kSpeakers);
-    rig_.engine =
-        std::make_unique<BoostEngine>(EngineHost{hardware_, rig_.queue, rig_.queue, rig_.console});
-    hardware_.chooseDefaultOutput(kSpeakers);
-    rig_.queue.advance(2.0);
+    rig.start();
+    hardware.inject({.kind = CallKind::removePropertyListener, .count = 2});
+    hardware.chooseDefaultOutput(kSpeakers);
+    rig.engine =
+        std::make_unique<BoostEngine>(EngineHost{hardware, rig.queue, rig.queue, rig.console});
+    hardware.chooseDefaultOutput(kSpeakers);
+    rig.queue.advance(2.0);
   }
   isOver = true;
   ioThread.join();
-  EXPECT_EQ(rig_.heard(kSpeakers), kSource) << "a dead engine's aggregate still sounds";
+  EXPECT_EQ(rig.heard(kSpeakers), kSource) << "a dead engine's aggregate still sounds";
 }
 
 }  // namespace orvelle

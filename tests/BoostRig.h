@@ -40,11 +40,11 @@ class BoostRig {
   BoostRig(const BoostRig&) = delete;
   BoostRig& operator=(const BoostRig&) = delete;
 
-  void start() { engine->start(kLoopback, kSpeakers); }
+  void start() const { engine->start(kLoopback, kSpeakers); }
 
   /// The text of the error that starting gives; empty when it works.
   std::string startError(const std::string& loopbackUID = kLoopback,
-                         const std::string& outputUID = kSpeakers) {
+                         const std::string& outputUID = kSpeakers) const {
     try {
       engine->start(loopbackUID, outputUID);
     } catch (const EngineError& error) {
@@ -67,7 +67,7 @@ class BoostRig {
     return hardware.heardPeak(uid);
   }
 
-  float volume(const std::string& uid) {
+  float volume(const std::string& uid) const {
     return hal.outputVolume(hardware.id(uid)).value_or(-1.0F);
   }
 

@@ -40,6 +40,14 @@ float loudestFactor(const DeviceDescription& device) {
   return std::max(outputFactor(device, 0), outputFactor(device, 1));
 }
 
+float loudestVolume(const DeviceDescription& device) {
+  float loudest = 0.0F;
+  for (const auto& [element, control] : device.volumes) {
+    loudest = std::max(loudest, control.value);
+  }
+  return loudest;
+}
+
 class Simulation {
  public:
   explicit Simulation(std::uint64_t seed) : random_(seed) {
@@ -171,6 +179,7 @@ class Simulation {
     const std::string error = rig_.startError(kLoopback, uid);
     note("start on " + uid + " " + error);
     ++starts_;
+    hasBeenStarted_ = true;
     if (!error.empty()) {
       putRight();
     }
@@ -258,6 +267,7 @@ class Simulation {
         std::make_unique<BoostEngine>(EngineHost{hardware_, rig_.queue, rig_.queue, rig_.console});
     rig_.engine->showMeter = false;
     rig_.engine->gain = gain;
+    hasBeenStarted_ = false;
     for (auto& [uid, device] : away_) {
       device.volumes = asTheUserLeftIt_.at(uid).volumes;
       device.mute = asTheUserLeftIt_.at(uid).mute;
@@ -284,7 +294,7 @@ class Simulation {
     if (outputs.empty()) {
       return;
     }
-    const std::string uid = outputs[below(outputs.size())];
+    const std::string& uid = outputs[below(outputs.size())];
     note("calm, follow to " + uid);
     const bool wasFed = rig_.engine->currentOutputUID() == uid;
     for (const std::string& chosen : {kLoopback, uid}) {
@@ -299,7 +309,11 @@ class Simulation {
         kSource * outputFactor(hardware_.device(kLoopback), 0) * rig_.engine->gain.load();
     const float expected = boosted * loudestFactor(hardware_.device(uid));
     EXPECT_NEAR(rig_.heard(uid), expected, 1e-3F * boosted);
-    EXPECT_FALSE(!wasFed && hardware_.device(uid).mute.value_or(false));
+    if (!wasFed && hardware_.device(uid).mute.value_or(false)) {
+      // The loopback has not taken over volume and mute, so the output keeps both.
+      EXPECT_EQ(loudestFactor(asTheUserLeftIt_.at(uid)), 0.0F);
+      EXPECT_EQ(rig_.volume(uid), loudestVolume(asTheUserLeftIt_.at(uid)));
+    }
   }
 
   // Invariants
@@ -316,7 +330,7 @@ class Simulation {
     pump(0.5);
     expectAsTheUserLeftIt();
     ++returns_;
-    if (!pluggedOutputs().empty()) {
+    if (hasBeenStarted_ && !pluggedOutputs().empty()) {
       EXPECT_NE(hardware_.defaultOutputUID(), kLoopback);
     }
     const std::uint64_t callbacks = hardware_.callbackCount();
@@ -436,6 +450,7 @@ class Simulation {
   std::set<std::string> owed_;
   std::string meddledUID_;
   std::vector<std::string> story_;
+  bool hasBeenStarted_ = false;
   int starts_ = 0;
   int follows_ = 0;
   int returns_ = 0;

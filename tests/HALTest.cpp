@@ -10,11 +10,11 @@ namespace {
 
 class HALTest : public testing::Test {
  protected:
-  AudioObjectID plug(const DeviceDescription& device) { return hardware_.plug(device); }
+  AudioObjectID plug(const DeviceDescription& device) { return hardware.plug(device); }
 
-  ManualQueue queue_;
-  SimulatedHardware hardware_{queue_};
-  HAL hal_{hardware_};
+  ManualQueue queue;
+  SimulatedHardware hardware{queue};
+  HAL hal{hardware};
 };
 
 /// What is left of a device that cannot be read.
@@ -26,6 +26,7 @@ AudioDeviceInfo emptyRecord(AudioObjectID id) {
 
 std::vector<std::string> uids(const std::vector<AudioDeviceInfo>& devices) {
   std::vector<std::string> texts;
+  texts.reserve(devices.size());
   for (const AudioDeviceInfo& device : devices) {
     texts.push_back(device.uid);
   }
@@ -40,8 +41,8 @@ TEST_F(HALTest, ChannelsAreSummedOverAllBuffersOfOneDirection) {
   interface.outputBuffers = {2, 6};
   interface.inputBuffers = {1};
   const AudioObjectID id = plug(interface);
-  EXPECT_EQ(hal_.channelCount(id, kAudioObjectPropertyScopeOutput), 8);
-  EXPECT_EQ(hal_.channelCount(id, kAudioObjectPropertyScopeInput), 1);
+  EXPECT_EQ(hal.channelCount(id, kAudioObjectPropertyScopeOutput), 8);
+  EXPECT_EQ(hal.channelCount(id, kAudioObjectPropertyScopeInput), 1);
 }
 
 // Fault: a loopback, a headset or our own aggregate counts as a real output, and the boost feeds
@@ -60,8 +61,8 @@ TEST_F(HALTest, RealOutputsHaveOutputsAndNoInputs) {
   ours.uid = "ours";
   ours.subdevices = {{"screen"}, {"loopback"}};
   ours.master = "screen";
-  ASSERT_EQ(hardware_.createAggregateDevice(ours, aggregate), 0);
-  EXPECT_EQ(uids(hal_.realOutputs()), (std::vector<std::string>{"screen", "effect"}));
+  ASSERT_EQ(hardware.createAggregateDevice(ours, aggregate), 0);
+  EXPECT_EQ(uids(hal.realOutputs()), (std::vector<std::string>{"screen", "effect"}));
 }
 
 // Fault: the volume is looked for on the main element only, and devices with one per channel have
@@ -70,51 +71,51 @@ TEST_F(HALTest, VolumeIsFoundAndWrittenWhereverTheDeviceHasIt) {
   DeviceDescription perChannel = stereoOutput("perChannel", kAudioDeviceTransportTypeUSB);
   perChannel.volumes = {{1, {0.4F}}, {2, {0.6F}}};
   const AudioObjectID id = plug(perChannel);
-  EXPECT_EQ(hal_.outputVolume(id), 0.4F);
-  hal_.setOutputVolume(id, 0.7F);
-  EXPECT_EQ(hardware_.device("perChannel").volumes.at(1).value, 0.7F);
-  EXPECT_EQ(hardware_.device("perChannel").volumes.at(2).value, 0.7F);
+  EXPECT_EQ(hal.outputVolume(id), 0.4F);
+  hal.setOutputVolume(id, 0.7F);
+  EXPECT_EQ(hardware.device("perChannel").volumes.at(1).value, 0.7F);
+  EXPECT_EQ(hardware.device("perChannel").volumes.at(2).value, 0.7F);
 
   DeviceDescription mixed = stereoOutput("mixed", kAudioDeviceTransportTypeUSB, 0.3F);
   mixed.volumes[1] = {0.5F, false};
   mixed.volumes[2] = {0.5F, true};
-  hal_.setOutputVolume(plug(mixed), 0.9F);
-  EXPECT_EQ(hardware_.device("mixed").volumes.at(0).value, 0.9F);
-  EXPECT_EQ(hardware_.device("mixed").volumes.at(1).value, 0.5F);
-  EXPECT_EQ(hardware_.device("mixed").volumes.at(2).value, 0.9F);
+  hal.setOutputVolume(plug(mixed), 0.9F);
+  EXPECT_EQ(hardware.device("mixed").volumes.at(0).value, 0.9F);
+  EXPECT_EQ(hardware.device("mixed").volumes.at(1).value, 0.5F);
+  EXPECT_EQ(hardware.device("mixed").volumes.at(2).value, 0.9F);
 
   // An element that is there and cannot be read hands on to the next.
-  hardware_.inject({.kind = CallKind::getPropertyData, .count = 1});
-  EXPECT_EQ(hal_.outputVolume(hardware_.id("mixed")), 0.5F);
+  hardware.inject({.kind = CallKind::getPropertyData, .count = 1});
+  EXPECT_EQ(hal.outputVolume(hardware.id("mixed")), 0.5F);
 
   DeviceDescription fixed = stereoOutput("fixed", kAudioDeviceTransportTypeHDMI);
   fixed.volumes.clear();
   fixed.mute.reset();
-  EXPECT_EQ(hal_.outputVolume(plug(fixed)), std::nullopt);
-  EXPECT_EQ(hal_.outputMute(hardware_.id("fixed")), std::nullopt);
+  EXPECT_EQ(hal.outputVolume(plug(fixed)), std::nullopt);
+  EXPECT_EQ(hal.outputMute(hardware.id("fixed")), std::nullopt);
 }
 
 // Fault: a failing question throws, keeps a stale value, or hides the device from the catalogue.
 TEST_F(HALTest, FailingQuestionsGiveEmptyAnswers) {
   const AudioObjectID id = plug(stereoOutput("screen", kAudioDeviceTransportTypeHDMI));
   for (const CallKind kind : {CallKind::getPropertyData, CallKind::getPropertyDataSize}) {
-    hardware_.inject({.kind = kind});
-    EXPECT_TRUE(hal_.allDeviceIDs().empty());
-    EXPECT_EQ(hal_.channelCount(id, kAudioObjectPropertyScopeOutput), 0);
-    hardware_.clearFaults();
+    hardware.inject({.kind = kind});
+    EXPECT_TRUE(hal.allDeviceIDs().empty());
+    EXPECT_EQ(hal.channelCount(id, kAudioObjectPropertyScopeOutput), 0);
+    hardware.clearFaults();
   }
-  hardware_.inject({.kind = CallKind::getPropertyData});
-  EXPECT_EQ(hal_.describe(id), emptyRecord(id));
-  EXPECT_EQ(hal_.defaultOutput(), kAudioObjectUnknown);
-  EXPECT_EQ(hal_.outputVolume(id), std::nullopt);
-  EXPECT_EQ(hal_.nominalSampleRate(id), 0.0);
+  hardware.inject({.kind = CallKind::getPropertyData});
+  EXPECT_EQ(hal.describe(id), emptyRecord(id));
+  EXPECT_EQ(hal.defaultOutput(), kAudioObjectUnknown);
+  EXPECT_EQ(hal.outputVolume(id), std::nullopt);
+  EXPECT_EQ(hal.nominalSampleRate(id), 0.0);
 
-  hardware_.clearFaults();
-  hardware_.inject({.kind = CallKind::getPropertyData, .object = id});
-  const auto unreadable = hal_.device("");
+  hardware.clearFaults();
+  hardware.inject({.kind = CallKind::getPropertyData, .object = id});
+  const auto unreadable = hal.device("");
   ASSERT_TRUE(unreadable);
   EXPECT_EQ(unreadable->id, id);
-  EXPECT_EQ(hal_.allDevices().size(), 1U);
+  EXPECT_EQ(hal.allDevices().size(), 1U);
 }
 
 // Fault: the observer describes the device of the notification instead of the one that is the
@@ -123,39 +124,39 @@ TEST_F(HALTest, DefaultOutputObserversReadAfresh) {
   plug(stereoOutput("first", kAudioDeviceTransportTypeBuiltIn));
   plug(stereoOutput("second", kAudioDeviceTransportTypeUSB));
   plug(stereoOutput("third", kAudioDeviceTransportTypeHDMI));
-  queue_.runUntilIdle();
+  queue.runUntilIdle();
   std::vector<AudioDeviceInfo> seen;
   int alsoCalled = 0;
-  hardware_.inject({.kind = CallKind::addPropertyListener, .count = 1});
-  hal_.observeDefaultOutputChanges([](const AudioDeviceInfo&) { FAIL() << "was not registered"; });
-  hal_.observeDefaultOutputChanges([&](const AudioDeviceInfo& device) { seen.push_back(device); });
-  hal_.observeDefaultOutputChanges([&](const AudioDeviceInfo&) { ++alsoCalled; });
+  hardware.inject({.kind = CallKind::addPropertyListener, .count = 1});
+  hal.observeDefaultOutputChanges([](const AudioDeviceInfo&) { FAIL() << "was not registered"; });
+  hal.observeDefaultOutputChanges([&](const AudioDeviceInfo& device) { seen.push_back(device); });
+  hal.observeDefaultOutputChanges([&](const AudioDeviceInfo&) { ++alsoCalled; });
 
-  hardware_.chooseDefaultOutput("second");
-  hardware_.chooseDefaultOutput("third");
-  queue_.runUntilIdle();
+  hardware.chooseDefaultOutput("second");
+  hardware.chooseDefaultOutput("third");
+  queue.runUntilIdle();
   ASSERT_FALSE(seen.empty());
-  EXPECT_EQ(seen.front(), (AudioDeviceInfo{hardware_.id("third"), "third", "third name", 0, 2,
+  EXPECT_EQ(seen.front(), (AudioDeviceInfo{hardware.id("third"), "third", "third name", 0, 2,
                                            kAudioDeviceTransportTypeHDMI}));
   EXPECT_GT(alsoCalled, 0);
 
-  hardware_.inject({.kind = CallKind::getPropertyData, .object = hardware_.id("first")});
-  hardware_.chooseDefaultOutput("first");
-  queue_.runUntilIdle();
-  EXPECT_EQ(seen.back(), emptyRecord(hardware_.id("first")));
+  hardware.inject({.kind = CallKind::getPropertyData, .object = hardware.id("first")});
+  hardware.chooseDefaultOutput("first");
+  queue.runUntilIdle();
+  EXPECT_EQ(seen.back(), emptyRecord(hardware.id("first")));
 }
 
 // Fault: news of the device list are taken from the default output's, or come before the change.
 TEST_F(HALTest, DeviceListObserverSeesTheNewList) {
   std::vector<std::size_t> counts;
-  hal_.observeDeviceListChanges([&] { counts.push_back(hal_.allDeviceIDs().size()); });
+  hal.observeDeviceListChanges([&] { counts.push_back(hal.allDeviceIDs().size()); });
   plug(stereoOutput("first", kAudioDeviceTransportTypeBuiltIn));
   EXPECT_TRUE(counts.empty()) << "delivered off the main queue";
-  queue_.runUntilIdle();
+  queue.runUntilIdle();
   ASSERT_FALSE(counts.empty());
   EXPECT_EQ(counts.back(), 1U);
-  hardware_.unplug("first");
-  queue_.runUntilIdle();
+  hardware.unplug("first");
+  queue.runUntilIdle();
   EXPECT_EQ(counts.back(), 0U);
 }
 

@@ -61,17 +61,17 @@ IOBlock copyingBlock(const std::shared_ptr<CallbackProbe>& probe) {
 }  // namespace
 
 void HardwareContract::SetUp() {
-  rig_ = GetParam().makeRig();
-  rig_->plug(kSpeakers, "Contract Speakers", kAudioDeviceTransportTypeBuiltIn);
+  rig = GetParam().makeRig();
+  rig->plug(kSpeakers, "Contract Speakers", kAudioDeviceTransportTypeBuiltIn);
   const AudioObjectID speakers = listed(kSpeakers);
   ASSERT_NE(speakers, kAudioObjectUnknown);
-  rig_->chooseDefaultOutput(kSpeakers);
+  rig->chooseDefaultOutput(kSpeakers);
   ASSERT_TRUE(eventually([&] { return hal().defaultOutput() == speakers; }));
 }
 
 void HardwareContract::TearDown() {
-  EXPECT_TRUE(eventually([&] { return rig_->leftovers().empty(); }))
-      << testing::PrintToString(rig_->leftovers());
+  EXPECT_TRUE(eventually([&] { return rig->leftovers().empty(); }))
+      << testing::PrintToString(rig->leftovers());
 }
 
 AudioObjectID HardwareContract::listed(const std::string& uid) {
@@ -96,13 +96,13 @@ AggregateDescription HardwareContract::aggregateOf(const std::vector<std::string
 // Fault: a replugged device comes back under its old id or in its old place, so that callers take
 // it for the one that they still hold things of.
 TEST_P(HardwareContract, CatalogueIsInOrderOfAppearanceAndReusesNoId) {
-  rig_->plug("contract.a", "A", kAudioDeviceTransportTypeUSB);
+  rig->plug("contract.a", "A", kAudioDeviceTransportTypeUSB);
   const AudioObjectID firstA = listed("contract.a");
-  rig_->plug("contract.b", "B", kAudioDeviceTransportTypeUSB);
+  rig->plug("contract.b", "B", kAudioDeviceTransportTypeUSB);
   const AudioObjectID b = listed("contract.b");
-  rig_->unplug("contract.a");
+  rig->unplug("contract.a");
   ASSERT_TRUE(eventually([&] { return !hal().device("contract.a"); }));
-  rig_->plug("contract.a", "A", kAudioDeviceTransportTypeUSB);
+  rig->plug("contract.a", "A", kAudioDeviceTransportTypeUSB);
   const AudioObjectID secondA = listed("contract.a");
 
   EXPECT_NE(firstA, secondA);
@@ -116,14 +116,14 @@ TEST_P(HardwareContract, CatalogueIsInOrderOfAppearanceAndReusesNoId) {
 
 // Fault: a device is described by another's data, or buffers are counted in the wrong direction.
 TEST_P(HardwareContract, DevicesSayWhatTheyAre) {
-  rig_->plug("contract.hdmi", "Contract Screen", kAudioDeviceTransportTypeHDMI);
+  rig->plug("contract.hdmi", "Contract Screen", kAudioDeviceTransportTypeHDMI);
   const AudioObjectID id = listed("contract.hdmi");
-  const AudioDeviceInfo expected{id, "contract.hdmi", "Contract Screen",
-                                 0,  2,               kAudioDeviceTransportTypeHDMI};
+  const AudioDeviceInfo expected{
+      id, "contract.hdmi", "Contract Screen", 0, 2, kAudioDeviceTransportTypeHDMI};
   // Its channels may come a moment after the device itself.
   EXPECT_TRUE(eventually([&] { return hal().describe(id) == expected; }));
 
-  const auto loopback = hal().device(rig_->loopbackUID());
+  const auto loopback = hal().device(rig->loopbackUID());
   ASSERT_TRUE(loopback);
   EXPECT_EQ(loopback->inputChannels, 2);
   EXPECT_EQ(loopback->outputChannels, 2);
@@ -189,7 +189,7 @@ TEST_P(HardwareContract, VolumeIsHeardOnItsCubicScale) {
   bool settable = false;
   ASSERT_EQ(hardware().isPropertySettable(speakers, kVolume, settable), 0);
   ASSERT_TRUE(settable);
-  rig_->play(0.25);
+  rig->play(0.25);
   for (const float volume : {1.0F, 0.5F, 0.8F, 1.2F, 0.0F}) {
     ASSERT_EQ(hardware().setPropertyData(speakers, kVolume, volume), 0);
     EXPECT_TRUE(eventually([&] {
@@ -197,8 +197,8 @@ TEST_P(HardwareContract, VolumeIsHeardOnItsCubicScale) {
       return read && std::abs(*read - volume) < 0.002F;
     })) << volume;
     const double expected = 0.25 * std::pow(static_cast<double>(volume), 3.0);
-    EXPECT_TRUE(eventually([&] { return isNear(rig_->heardPeak(kSpeakers), expected); }))
-        << "volume " << volume << " sounds at " << rig_->heardPeak(kSpeakers);
+    EXPECT_TRUE(eventually([&] { return isNear(rig->heardPeak(kSpeakers), expected); }))
+        << "volume " << volume << " sounds at " << rig->heardPeak(kSpeakers);
   }
 }
 
@@ -206,14 +206,14 @@ TEST_P(HardwareContract, VolumeIsHeardOnItsCubicScale) {
 TEST_P(HardwareContract, MuteSilencesAndKeepsTheVolume) {
   const AudioObjectID speakers = listed(kSpeakers);
   hal().setOutputVolume(speakers, 0.9F);
-  rig_->play(0.25);
+  rig->play(0.25);
   hal().setOutputMute(speakers, true);
   EXPECT_TRUE(eventually([&] { return hal().outputMute(speakers) == true; }));
-  EXPECT_TRUE(eventually([&] { return rig_->heardPeak(kSpeakers) == 0.0; }));
+  EXPECT_TRUE(eventually([&] { return rig->heardPeak(kSpeakers) == 0.0; }));
   EXPECT_NEAR(hal().outputVolume(speakers).value_or(0.0F), 0.9F, 0.002F);
   hal().setOutputMute(speakers, false);
   EXPECT_TRUE(eventually([&] { return hal().outputMute(speakers) == false; }));
-  EXPECT_TRUE(eventually([&] { return isNear(rig_->heardPeak(kSpeakers), 0.25 * 0.729); }));
+  EXPECT_TRUE(eventually([&] { return isNear(rig->heardPeak(kSpeakers), 0.25 * 0.729); }));
 }
 
 // Fault: the nominal rate is a guess, or a rate that no device runs at is taken.
@@ -231,22 +231,22 @@ TEST_P(HardwareContract, NominalRateIsReadAndNonsenseRefused) {
 
 // Fault: a set of the default output is not seen by readers, listeners or the programs that play.
 TEST_P(HardwareContract, DefaultOutputMovesSoundAndTellsListeners) {
-  rig_->plug("contract.other", "Other", kAudioDeviceTransportTypeUSB);
+  rig->plug("contract.other", "Other", kAudioDeviceTransportTypeUSB);
   const AudioObjectID other = listed("contract.other");
   int changes = 0;
   ListenerToken token = 0;
   ASSERT_EQ(hardware().addPropertyListener(
                 kAudioObjectSystemObject, kDefaultOutput, [&] { ++changes; }, token),
             0);
-  rig_->play(0.25);
-  ASSERT_TRUE(eventually([&] { return isNear(rig_->heardPeak(kSpeakers), 0.25); }));
+  rig->play(0.25);
+  ASSERT_TRUE(eventually([&] { return isNear(rig->heardPeak(kSpeakers), 0.25); }));
 
   EXPECT_EQ(hal().setDefaultOutput(other), 0);
   EXPECT_TRUE(eventually([&] { return changes > 0 && hal().defaultOutput() == other; }));
-  EXPECT_TRUE(eventually([&] { return isNear(rig_->heardPeak("contract.other"), 0.25); }));
+  EXPECT_TRUE(eventually([&] { return isNear(rig->heardPeak("contract.other"), 0.25); }));
 
   const int before = changes;
-  rig_->chooseDefaultOutput(kSpeakers);
+  rig->chooseDefaultOutput(kSpeakers);
   EXPECT_TRUE(
       eventually([&] { return changes > before && hal().defaultOutput() == listed(kSpeakers); }));
   EXPECT_NE(hal().setDefaultOutput(kNoSuchObject), 0);
@@ -268,10 +268,10 @@ TEST_P(HardwareContract, DeviceListListenerHearsPlugAndUnplug) {
                 },
                 token),
             0);
-  rig_->plug("contract.usb", "USB", kAudioDeviceTransportTypeUSB);
+  rig->plug("contract.usb", "USB", kAudioDeviceTransportTypeUSB);
   EXPECT_TRUE(eventually([&] { return changes > 0 && hal().device("contract.usb"); }));
   const int before = changes;
-  rig_->unplug("contract.usb");
+  rig->unplug("contract.usb");
   EXPECT_TRUE(eventually([&] { return changes > before && !hal().device("contract.usb"); }));
   EXPECT_TRUE(onMainThread);
   EXPECT_EQ(hardware().removePropertyListener(token), 0);
@@ -332,11 +332,11 @@ TEST_P(HardwareContract, AggregatesAreMadeUnmadeAndRefused) {
     return hardware().createAggregateDevice(aggregateOf(uids), aggregate);
   };
   EXPECT_NE(make({kSpeakers, "contract.nowhere"}), 0);
-  EXPECT_NE(make({"contract.nowhere", rig_->loopbackUID()}), 0);
-  EXPECT_EQ(make({rig_->loopbackUID(), rig_->loopbackUID()}), kAudioHardwareIllegalOperationError);
+  EXPECT_NE(make({"contract.nowhere", rig->loopbackUID()}), 0);
+  EXPECT_EQ(make({rig->loopbackUID(), rig->loopbackUID()}), kAudioHardwareIllegalOperationError);
   EXPECT_EQ(aggregate, kAudioObjectUnknown);
 
-  ASSERT_EQ(make({kSpeakers, rig_->loopbackUID()}), 0);
+  ASSERT_EQ(make({kSpeakers, rig->loopbackUID()}), 0);
   EXPECT_GT(aggregate, kAudioObjectSystemObject);
   EXPECT_EQ(hardware().destroyAggregateDevice(aggregate), 0);
   EXPECT_NE(hardware().destroyAggregateDevice(aggregate), 0);
@@ -350,13 +350,12 @@ TEST_P(HardwareContract, AggregatesAreMadeUnmadeAndRefused) {
 TEST_P(HardwareContract, CallbacksCarrySoundBetweenStartAndStop) {
   AudioObjectID aggregate = kAudioObjectUnknown;
   ASSERT_EQ(
-      hardware().createAggregateDevice(aggregateOf({kSpeakers, rig_->loopbackUID()}), aggregate),
-      0);
+      hardware().createAggregateDevice(aggregateOf({kSpeakers, rig->loopbackUID()}), aggregate), 0);
   const auto probe = std::make_shared<CallbackProbe>();
   AudioDeviceIOProcID proc = 0;
   ASSERT_EQ(hardware().createIOProcID(aggregate, copyingBlock(probe), proc), 0);
-  hal().setDefaultOutput(listed(rig_->loopbackUID()));
-  rig_->play(0.25);
+  hal().setDefaultOutput(listed(rig->loopbackUID()));
+  rig->play(0.25);
   settle();
   EXPECT_EQ(probe->calls, 0);
 
@@ -364,8 +363,8 @@ TEST_P(HardwareContract, CallbacksCarrySoundBetweenStartAndStop) {
     const int before = probe->calls;
     ASSERT_EQ(hardware().startDevice(aggregate, proc), 0);
     EXPECT_TRUE(eventually([&] { return probe->calls > before + 3; })) << "round " << round;
-    EXPECT_TRUE(eventually([&] { return isNear(rig_->heardPeak(kSpeakers), 0.25); }))
-        << "round " << round << " sounds at " << rig_->heardPeak(kSpeakers);
+    EXPECT_TRUE(eventually([&] { return isNear(rig->heardPeak(kSpeakers), 0.25); }))
+        << "round " << round << " sounds at " << rig->heardPeak(kSpeakers);
     ASSERT_EQ(hardware().stopDevice(aggregate, proc), 0);
     settle();
     const int stopped = probe->calls;
@@ -388,8 +387,7 @@ TEST_P(HardwareContract, CallbacksCarrySoundBetweenStartAndStop) {
 TEST_P(HardwareContract, DestroyedCallbacksNeverRunAgain) {
   AudioObjectID aggregate = kAudioObjectUnknown;
   ASSERT_EQ(
-      hardware().createAggregateDevice(aggregateOf({kSpeakers, rig_->loopbackUID()}), aggregate),
-      0);
+      hardware().createAggregateDevice(aggregateOf({kSpeakers, rig->loopbackUID()}), aggregate), 0);
   std::vector<std::shared_ptr<CallbackProbe>> probes;
   for (int round = 0; round < 30; ++round) {
     const auto probe = probes.emplace_back(std::make_shared<CallbackProbe>());
@@ -415,8 +413,7 @@ TEST_P(HardwareContract, DestroyedCallbacksNeverRunAgain) {
 TEST_P(HardwareContract, DestroyingAnAggregateEndsItsCallbacks) {
   AudioObjectID aggregate = kAudioObjectUnknown;
   ASSERT_EQ(
-      hardware().createAggregateDevice(aggregateOf({kSpeakers, rig_->loopbackUID()}), aggregate),
-      0);
+      hardware().createAggregateDevice(aggregateOf({kSpeakers, rig->loopbackUID()}), aggregate), 0);
   const auto probe = std::make_shared<CallbackProbe>();
   AudioDeviceIOProcID proc = 0;
   ASSERT_EQ(hardware().createIOProcID(aggregate, copyingBlock(probe), proc), 0);
@@ -432,10 +429,10 @@ TEST_P(HardwareContract, DestroyingAnAggregateEndsItsCallbacks) {
 // Fault: a device that goes away under a running callback crashes the back end, keeps answering, or
 // makes what was built on it impossible to clear up.
 TEST_P(HardwareContract, DeviceMayVanishUnderARunningCallback) {
-  rig_->plug("contract.usb", "USB", kAudioDeviceTransportTypeUSB);
+  rig->plug("contract.usb", "USB", kAudioDeviceTransportTypeUSB);
   const AudioObjectID usb = listed("contract.usb");
   AudioObjectID aggregate = kAudioObjectUnknown;
-  ASSERT_EQ(hardware().createAggregateDevice(aggregateOf({"contract.usb", rig_->loopbackUID()}),
+  ASSERT_EQ(hardware().createAggregateDevice(aggregateOf({"contract.usb", rig->loopbackUID()}),
                                              aggregate),
             0);
   const auto probe = std::make_shared<CallbackProbe>();
@@ -444,7 +441,7 @@ TEST_P(HardwareContract, DeviceMayVanishUnderARunningCallback) {
   ASSERT_EQ(hardware().startDevice(aggregate, proc), 0);
   ASSERT_TRUE(eventually([&] { return probe->calls > 0; }));
 
-  rig_->unplug("contract.usb");
+  rig->unplug("contract.usb");
   ASSERT_TRUE(eventually([&] { return !hal().device("contract.usb"); }));
   PropertyValue value;
   EXPECT_NE(hardware().getPropertyData(usb, kVolume, value), 0);
@@ -459,7 +456,7 @@ TEST_P(HardwareContract, DeviceMayVanishUnderARunningCallback) {
   EXPECT_EQ(probe.use_count(), 1);
   AudioObjectID again = kAudioObjectUnknown;
   EXPECT_NE(
-      hardware().createAggregateDevice(aggregateOf({"contract.usb", rig_->loopbackUID()}), again),
+      hardware().createAggregateDevice(aggregateOf({"contract.usb", rig->loopbackUID()}), again),
       0);
 }
 

@@ -67,20 +67,20 @@ class HardwareContract : public testing::TestWithParam<HardwareContractParam> {
   void SetUp() override;
   void TearDown() override;
 
-  AudioHardware& hardware() { return rig_->hardware(); }
-  HAL hal() { return HAL(rig_->hardware()); }
+  AudioHardware& hardware() { return rig->hardware(); }
+  HAL hal() { return HAL(rig->hardware()); }
   bool eventually(const std::function<bool()>& condition) {
-    return rig_->waitUntil(condition, timeoutSeconds);
+    return rig->waitUntil(condition, timeoutSeconds);
   }
   /// Serves the main queue for a while in which nothing is expected to come.
   void settle() {
-    rig_->waitUntil([] { return false; }, 0.25);
+    rig->waitUntil([] { return false; }, 0.25);
   }
   /// The id of the device with this uid, once it is listed; 0 when it never is.
   AudioObjectID listed(const std::string& uid);
-  AggregateDescription aggregateOf(const std::vector<std::string>& uids);
+  static AggregateDescription aggregateOf(const std::vector<std::string>& uids);
 
-  std::unique_ptr<HardwareRig> rig_;
+  std::unique_ptr<HardwareRig> rig;
 };
 
 }  // namespace orvelle

@@ -99,6 +99,7 @@ struct PropertyAddress {
   std::uint32_t scope = kAudioObjectPropertyScopeGlobal;
   std::uint32_t element = kAudioObjectPropertyElementMain;
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): sees a null pointer in the comparison with 0.
   friend auto operator<=>(const PropertyAddress&, const PropertyAddress&) = default;
 };
 

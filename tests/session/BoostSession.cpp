@@ -1,8 +1,8 @@
 #include "tests/session/BoostSession.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
 
+#include <csignal>
 #include <cstdio>
 #include <stdexcept>
 

@@ -1,8 +1,8 @@
 // The device commands of the real program against a session whose truth is known.
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <algorithm>
+#include <csignal>
 #include <thread>
 
 #include "tests/session/BoostSession.h"
@@ -74,6 +74,7 @@ TEST(CommandsOnASession, WatchTellsEachChangeOnce) {
                      .priority = 1}}});
   const auto watch = session.run({"watch"});
   ASSERT_TRUE(watch->waitForLine("current: USB Headphones", patience)) << watch->standardError();
+  std::this_thread::sleep_for(milliseconds(150));  // it begins to listen after that line
   for (const std::string output : {"hw_surround", "hw_speaker", "hw_usb"}) {
     session.panel().configureSink(output);
     ASSERT_TRUE(session.panel().waitForDefault(output, patience));

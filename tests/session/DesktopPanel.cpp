@@ -196,8 +196,7 @@ void DesktopPanel::setMetadata(pw_metadata* metadata, const std::string& key, co
   }
   {
     const SessionClient::Lock lock(client_);
-    pw_metadata_set_property(metadata, PW_ID_CORE, key.c_str(), type,
-                             value.empty() ? nullptr : value.c_str());
+    pw_metadata_set_property(metadata, PW_ID_CORE, key.c_str(), type, value.c_str());
   }
   client_.roundTrip();
 }
@@ -206,10 +205,6 @@ std::int64_t DesktopPanel::configureSink(const std::string& name) {
   setMetadata(default_, "default.configured.audio.sink", "Spa:String:JSON",
               R"({ "name": ")" + name + R"(" })");
   return monotonicNanoseconds();
-}
-
-void DesktopPanel::forgetConfiguredSink() {
-  setMetadata(default_, "default.configured.audio.sink", nullptr, {});
 }
 
 std::uint32_t DesktopPanel::idOf(std::string_view node) const {

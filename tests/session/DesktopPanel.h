@@ -47,8 +47,6 @@ class DesktopPanel : private SessionObserver {
 
   /// Chooses an output; returns when the server has taken it: its CLOCK_MONOTONIC time.
   std::int64_t configureSink(const std::string& name);
-  /// Takes the choice back.
-  void forgetConfiguredSink();
 
   /// Throws std::runtime_error for a name that is not there.
   [[nodiscard]] NodeVolume volume(std::string_view node);

@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <utility>
 
 namespace orvelle::rig {
 namespace {

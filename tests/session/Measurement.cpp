@@ -112,13 +112,10 @@ SineFit fitSine(Samples samples, double frequency, double rate) {
   fit.amplitude = std::hypot(solution[0], solution[1]);
   fit.phase = std::atan2(solution[1], solution[0]);
   fit.offset = solution[2];
-  double squares = 0.0;
   for (std::size_t frame = 0; frame < samples.size(); ++frame) {
     const double rest = static_cast<double>(samples[frame]) - valueOf(fit, frame, frequency, rate);
     fit.residualPeak = std::max(fit.residualPeak, std::abs(rest));
-    squares += rest * rest;
   }
-  fit.residualRms = std::sqrt(squares / static_cast<double>(samples.size()));
   return fit;
 }
 

@@ -20,7 +20,6 @@ struct SineFit {
   double phase = 0.0;  ///< radians at the first sample, of a sine
   double offset = 0.0;
   double residualPeak = 0.0;  ///< largest magnitude of what is left
-  double residualRms = 0.0;
 
   [[nodiscard]] double levelDbfs() const { return toDecibels(amplitude); }
 };

@@ -104,9 +104,11 @@ TEST_F(RouteVolume, FollowsTheKnob) {
                 id_, volumeOfOutput, [&] { ++changes; }, token),
             0);
   hal().setOutputVolume(id_, 1.0F);
+  EXPECT_TRUE(session_.eventually([&] { return changes > 0; }));
+  const int before = changes;
   card_->turnKnob({0.343F, 0.343F}, true);
   EXPECT_TRUE(session_.eventually([&] { return std::abs(scalar() - 0.7F) < 1e-6F; })) << scalar();
-  EXPECT_TRUE(session_.eventually([&] { return changes >= 2; })) << changes;
+  EXPECT_TRUE(session_.eventually([&] { return changes > before; }));
   EXPECT_EQ(hal().outputMute(id_), true);
   hal().setOutputVolume(id_, 0.5F);
   EXPECT_TRUE(session_.eventually([&] { return std::abs(scalar() - 0.5F) < 1e-6F; }));
@@ -120,8 +122,9 @@ TEST_F(RouteVolume, IsKnownAtOnceAfterConnecting) {
   connect({0.064F, 0.064F});
   for (int round = 0; round < 10; ++round) {
     session_.reconnect();
-    EXPECT_FLOAT_EQ(session_.hal().outputVolume(session_.hal().device(output)->id).value_or(-1.0F),
-                    0.4F);
+    const auto device = session_.hal().device(output);
+    ASSERT_TRUE(device);
+    EXPECT_FLOAT_EQ(session_.hal().outputVolume(device->id).value_or(-1.0F), 0.4F);
   }
 }
 
@@ -198,9 +201,9 @@ TEST(StoredVolume, ADeadProgramsRaiseIsForgottenByAReplug) {
 
   session.hal().setOutputVolume(session.listed(output), 1.0F);
   session.settle(0.3);
-  session.panel().setVolume(output, 0.7F);
+  session.panel().setVolume(output, 0.5F);
   session.settle(1.5);
-  EXPECT_NE(storedFor(session.session(), output).find("0.343"), std::string::npos)
+  EXPECT_NE(storedFor(session.session(), output).find("0.125"), std::string::npos)
       << "the user's own: " << storedFor(session.session(), output);
 }
 

@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -13,6 +14,7 @@
 #include <string_view>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "tests/session/DesktopPanel.h"
 
@@ -37,12 +39,8 @@ Environment ownEnvironment() {
 bool pointsToSession(std::string_view name) {
   constexpr std::array prefixes = {"PIPEWIRE_",    "PULSE_",  "XDG_",     "WIREPLUMBER_",
                                    "DBUS_SESSION", "DISPLAY", "WAYLAND_", "HOME"};
-  for (const std::string_view prefix : prefixes) {
-    if (name.starts_with(prefix)) {
-      return true;
-    }
-  }
-  return false;
+  return std::ranges::any_of(prefixes,
+                             [name](std::string_view prefix) { return name.starts_with(prefix); });
 }
 
 /// What a process needs to run at all, and what the sanitizers read.
@@ -92,7 +90,7 @@ TemporaryDirectory::~TemporaryDirectory() {
   std::filesystem::remove_all(path_, ignored);
 }
 
-ScopedEnvironment::ScopedEnvironment(const Environment& replacement) : set_(replacement) {
+ScopedEnvironment::ScopedEnvironment(Environment replacement) : set_(std::move(replacement)) {
   for (const auto& [name, value] : ownEnvironment()) {
     if (pointsToSession(name)) {
       removed_[name] = value;

@@ -31,7 +31,7 @@ class TemporaryDirectory {
 /// all of them back at the end.
 class ScopedEnvironment {
  public:
-  explicit ScopedEnvironment(const Environment& replacement);
+  explicit ScopedEnvironment(Environment replacement);
   ScopedEnvironment(const ScopedEnvironment&) = delete;
   ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
   ~ScopedEnvironment();

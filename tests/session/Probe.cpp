@@ -32,12 +32,6 @@ Signal constantSignal(float value) {
   return [value](const PlayedFrame&) { return value; };
 }
 
-Signal impulseSignal(std::uint64_t period, float amplitude) {
-  return [=](const PlayedFrame& frame) {
-    return frame.graphPosition % period == 0 ? amplitude : 0.0F;
-  };
-}
-
 Signal positionSignal() {
   // Begins at one step, so that silence tells nothing.
   return [](const PlayedFrame& frame) {

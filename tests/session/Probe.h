@@ -29,8 +29,6 @@ using Signal = std::function<float(const PlayedFrame&)>;
 /// Continuous over changes of the output. `frequency` and `rate` in Hz.
 Signal sineSignal(double frequency, float amplitude, double rate = 48000.0);
 Signal constantSignal(float value);
-/// One sample of `amplitude` wherever the clock position is a multiple of `period`.
-Signal impulseSignal(std::uint64_t period, float amplitude);
 
 /// Each sample tells its clock position. Unambiguous for 2^20 frames, below -12 dBFS and exact
 /// through every gain that is a power of two.

@@ -60,7 +60,7 @@ void Recorder::findChannels() {
   if (sinkPorts_.empty()) {
     throw std::runtime_error("no output " + sink_ + " to record");
   }
-  const std::size_t seconds = static_cast<std::size_t>(capacity_.count());
+  const auto seconds = static_cast<std::size_t>(capacity_.count());
   for (const auto& [name, port] : sinkPorts_) {
     channels_.push_back({name, nullptr, std::vector<float>(seconds * ratedFramesPerSecond)});
   }
@@ -176,7 +176,8 @@ std::uint32_t Recorder::capture(Channel& channel, std::uint64_t begin,
     return 0;  // not linked: the samples stay zero
   }
   const spa_data& data = buffer->buffer->datas[0];
-  const std::uint32_t frames = std::min<std::uint32_t>(data.chunk->size / sizeof(float), limit);
+  const std::uint32_t frames =
+      std::min(static_cast<std::uint32_t>(data.chunk->size / sizeof(float)), limit);
   const auto* source = static_cast<const std::uint8_t*>(data.data) + data.chunk->offset;
   std::memcpy(channel.samples.data() + begin, source, frames * sizeof(float));
   pw_filter_queue_buffer(channel.port, buffer);

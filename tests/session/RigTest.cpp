@@ -1,8 +1,8 @@
 // The rig itself: what the other session tests believe of it is proven here.
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <spawn.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
@@ -126,7 +125,7 @@ void Subprocess::spawn(const std::vector<std::string>& command, const Environmen
   std::vector<std::string> arguments = command;
   std::vector<std::string> variables;
   for (const auto& [name, value] : environment) {
-    variables.push_back(name + "=" + value);
+    variables.emplace_back(name).append("=").append(value);
   }
   startNs_ = monotonicNanoseconds();
   throwIfFailed(

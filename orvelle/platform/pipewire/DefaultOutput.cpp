@@ -17,7 +17,7 @@ constexpr const char* kEffectiveKey = "default.audio.sink";
 constexpr const char* kConfiguredKey = "default.configured.audio.sink";
 constexpr const char* kJSONType = "Spa:String:JSON";
 
-/// Enough for a busy session; a session without a manager never answers.
+/// Some ten times what it takes. A session without a manager never answers.
 constexpr double kMoveSeconds = 0.15;
 /// How long the session manager may take to change its mind.
 constexpr double kSecondThoughtSeconds = 0.03;
@@ -77,26 +77,17 @@ bool DefaultOutput::moveToLoopback(std::string_view loopback) {
     // The loopback's own name is what a crash left behind, not a wish of the user's.
     formerlyConfigured_ = former == loopback ? "" : former;
   }
-  const std::string from = effective();
-  if (!configure(loopback)) {
-    return false;
-  }
-  waitForMove(from, loopback);
-  return true;
+  return move(loopback);
 }
 
 bool DefaultOutput::moveTo(std::string_view output) {
   const bool wasUnconfigured = formerlyConfigured_.has_value() && formerlyConfigured_->empty();
   formerlyConfigured_.reset();
-  const std::string from = effective();
-  if (!configure(output)) {
-    return false;
-  }
-  waitForMove(from, output);
-  if (wasUnconfigured && wouldStayOn(output)) {
+  const bool isTold = move(output);
+  if (isTold && wasUnconfigured && wouldStayOn(output)) {
     unconfigure(output);
   }
-  return true;
+  return isTold;
 }
 
 /// Session managers up to 0.4 stay with what was configured last. Later ones, which can be told by
@@ -117,9 +108,7 @@ bool DefaultOutput::wouldStayOn(std::string_view output) const {
 void DefaultOutput::unconfigure(std::string_view output) {
   session_.setMetadata(kMetadata, 0, kConfiguredKey, nullptr, nullptr);
   if (session_.waitUntil([&] { return effective() != output; }, kSecondThoughtSeconds)) {
-    const std::string from = effective();
-    configure(output);
-    waitForMove(from, output);
+    move(output);
   }
 }
 
@@ -144,9 +133,14 @@ bool DefaultOutput::streamsHaveLeft(std::string_view output) const {
 
 /// Whoever sets the default output goes on to change volumes: streams must have moved by then, or
 /// they would be heard through the output that they are leaving.
-void DefaultOutput::waitForMove(std::string_view from, std::string_view to) {
+bool DefaultOutput::move(std::string_view to) {
+  const std::string from = effective();
+  if (!configure(to)) {
+    return false;
+  }
   session_.waitUntil([&] { return effective() == to && (from == to || streamsHaveLeft(from)); },
                      kMoveSeconds);
+  return true;
 }
 
 }  // namespace orvelle::pipewire

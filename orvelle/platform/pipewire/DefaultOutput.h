@@ -30,7 +30,7 @@ class DefaultOutput {
   [[nodiscard]] bool wouldStayOn(std::string_view output) const;
   void unconfigure(std::string_view output);
   [[nodiscard]] bool streamsHaveLeft(std::string_view output) const;
-  void waitForMove(std::string_view from, std::string_view to);
+  bool move(std::string_view to);
 
   Session& session_;
   /// From before the loopback was configured, empty for nothing; absent while it is not.

@@ -11,6 +11,8 @@ namespace orvelle::pipewire {
 namespace {
 
 constexpr ChannelCounts kLoopbackChannels{2, 2};
+/// Nobody configures channels where no session manager runs.
+constexpr double kChannelsSeconds = 0.3;
 
 bool isSink(const Node& node) {
   return node.mediaClass() == "Audio/Sink";
@@ -45,21 +47,45 @@ std::uint32_t channelCount(const Session& session, const Node& node, bool input)
 DeviceCatalogue::DeviceCatalogue(Session& session, LoopbackNode& loopback,
                                  std::function<AudioObjectID()> nextID)
     : session_(session), loopback_(loopback), nextID_(std::move(nextID)) {
-  update();
+  for (const Node* node : session_.nodes()) {
+    publish(*node);
+  }
   devices_.push_back({nextID_(), 0, true});
   update();
+}
+
+void DeviceCatalogue::publish(const Node& node) {
+  const bool isListed = std::ranges::any_of(
+      devices_, [&](const Device& device) { return !device.isLoopback && device.node == node.id; });
+  if (!isListed && isDevice(node) && node.name() != kLoopbackName) {
+    devices_.push_back({nextID_(), node.id, false});
+  }
+}
+
+bool DeviceCatalogue::isReady(const Node& node) {
+  if (!session_.ports(node.id, true).empty() || !session_.ports(node.id, false).empty()) {
+    return true;
+  }
+  const auto [entry, isNew] = overdue_.emplace(node.id, false);
+  if (isNew) {
+    session_.after(kChannelsSeconds, [this, id = node.id] {
+      if (const auto waited = overdue_.find(id); waited != overdue_.end()) {
+        waited->second = true;
+        session_.announce(Change::objects);
+      }
+    });
+  }
+  return entry->second;
 }
 
 bool DeviceCatalogue::update() {
   std::erase_if(devices_, [&](const Device& device) {
     return !device.isLoopback && session_.node(device.node) == nullptr;
   });
+  std::erase_if(overdue_, [&](const auto& entry) { return session_.node(entry.first) == nullptr; });
   for (const Node* node : session_.nodes()) {
-    const bool isListed = std::ranges::any_of(devices_, [&](const Device& device) {
-      return !device.isLoopback && device.node == node->id;
-    });
-    if (!isListed && isDevice(*node) && node->name() != kLoopbackName) {
-      devices_.push_back({nextID_(), node->id, false});
+    if (isDevice(*node) && isReady(*node)) {
+      publish(*node);
     }
   }
   std::vector<std::pair<AudioObjectID, ChannelCounts>> current;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,7 +36,9 @@ class DeviceCatalogue {
   /// `nextID` hands out object ids.
   DeviceCatalogue(Session& session, LoopbackNode& loopback, std::function<AudioObjectID()> nextID);
 
-  /// Takes over what the session lists now. True when devices or their channels have changed.
+  /// Takes over what the session lists now. True when devices or their channels have changed. A new
+  /// node becomes a device when it has its channels: before that, the session manager has not done
+  /// with it, and would overwrite a volume that is set on it.
   bool update();
 
   [[nodiscard]] const std::vector<Device>& devices() const { return devices_; }
@@ -50,12 +53,16 @@ class DeviceCatalogue {
   [[nodiscard]] ChannelCounts channels(const Device& device) const;
 
  private:
+  [[nodiscard]] bool isReady(const Node& node);
+  void publish(const Node& node);
   [[nodiscard]] bool hasHardwareOutput() const;
 
   Session& session_;
   LoopbackNode& loopback_;
   std::function<AudioObjectID()> nextID_;
   std::vector<Device> devices_;
+  /// Nodes without channels, and whether they have been waited for long enough.
+  std::map<std::uint32_t, bool> overdue_;
   /// As last reported, to tell whether anything has changed.
   std::vector<std::pair<AudioObjectID, ChannelCounts>> reported_;
 };

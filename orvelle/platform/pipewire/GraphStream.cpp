@@ -4,7 +4,7 @@
 #include <pipewire/pipewire.h>
 
 #include <algorithm>
-#include <span>
+#include <utility>
 #include <vector>
 
 namespace orvelle::pipewire {
@@ -90,9 +90,12 @@ GraphStream::GraphStream(Session& session, GraphStreamSettings settings, IOBlock
 }
 
 GraphStream::~GraphStream() {
+  pw_filter* filter = std::exchange(filter_, nullptr);
   links_.clear();
-  if (filter_ != nullptr) {
-    pw_filter_destroy(filter_);
+  if (filter != nullptr) {
+    // With links still on their way out, the library would forget to close a descriptor.
+    session_.roundTrip();
+    pw_filter_destroy(filter);
   }
 }
 

@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::size_t kChannels = 2;
 constexpr double kCreationSeconds = 1.0;
+constexpr double kRemovalSeconds = 0.2;
 
 }  // namespace
 
@@ -52,6 +53,9 @@ void LoopbackNode::destroy() {
   }
   pw_proxy_destroy(proxy_);
   proxy_ = nullptr;
+  // While it is still listed it would be taken for another instance's.
+  session_.waitUntil([this] { return session_.nodeNamed(kLoopbackName) == nullptr; },
+                     kRemovalSeconds);
 }
 
 }  // namespace orvelle::pipewire

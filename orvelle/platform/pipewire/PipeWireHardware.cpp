@@ -334,6 +334,7 @@ PipeWireHardware::~PipeWireHardware() {
   {
     const Session::Lock lock(*parts_->session);
     parts_->session->onChange = nullptr;
+    parts_->session->cancelJobs();
     session = std::move(parts_->session);
     parts_.reset();
     // Otherwise the connection could end before what was asked last has been sent.

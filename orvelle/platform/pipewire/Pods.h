@@ -17,7 +17,7 @@ namespace orvelle::pipewire {
 std::optional<ChannelLevel> levelFromProps(const spa_pod* props);
 
 /// From a `Route` object. Nothing when it lacks its numbers.
-std::optional<Route> routeFromParam(const spa_pod* route);
+std::optional<Route> routeFromParam(const spa_pod* param);
 
 /// The rate that a `Format` or `EnumFormat` object names: first the default, then, of a choice, its
 /// alternatives (of a range, lowest and highest).

@@ -198,7 +198,7 @@ struct Session::Events {
     } else if (kind == PW_TYPE_INTERFACE_Link) {
       events.session.links_[id] = {numberOf(properties, "link.output.node"),
                                    numberOf(properties, "link.input.node")};
-      events.session.changed(Change::objects);
+      events.session.announce(Change::objects);
     }
   }
 
@@ -208,10 +208,10 @@ struct Session::Events {
     const std::size_t removed = session.nodes_.erase(id) + session.cards_.erase(id) +
                                 session.ports_.erase(id) + session.links_.erase(id);
     if (removed != 0) {
-      session.changed(Change::objects);
+      session.announce(Change::objects);
     }
     if (session.metadata_.erase(id) != 0) {
-      session.changed(Change::metadata);
+      session.announce(Change::metadata);
     }
   }
 
@@ -251,8 +251,8 @@ void Session::Events::addNode(std::uint32_t id, Properties&& properties) {
       pw_registry_bind(registry, id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
   auto* node = reinterpret_cast<pw_node*>(bound->proxy);
   pw_node_add_listener(node, &bound->hook, &kEvents, bound.get());
-  std::uint32_t params[] = {SPA_PARAM_Props};
-  pw_node_subscribe_params(node, params, std::size(params));
+  std::uint32_t params = SPA_PARAM_Props;
+  pw_node_subscribe_params(node, &params, 1);
   session.nodes_[id] = std::move(bound);
   session.nodeOrder_.push_back(id);
 }
@@ -300,7 +300,7 @@ void Session::Events::addPort(std::uint32_t id, const Properties& properties) {
   port.isMonitor = valueOf(properties, "port.monitor") == "true";
   port.channel = valueOf(properties, "audio.channel");
   session.ports_[id] = std::move(port);
-  session.changed(Change::objects);
+  session.announce(Change::objects);
 }
 
 // Bound objects
@@ -312,7 +312,7 @@ void Session::Events::nodeInfo(void* data, const pw_node_info* info) {
   }
   bound.node.isRunning = info->state == PW_NODE_STATE_RUNNING;
   bound.node.hasInfo = true;
-  bound.session.changed(Change::objects);
+  bound.session.announce(Change::objects);
 }
 
 void Session::Events::nodeParam(void* data, int /*seq*/, std::uint32_t id, std::uint32_t /*index*/,
@@ -327,7 +327,7 @@ void Session::Events::nodeParam(void* data, int /*seq*/, std::uint32_t id, std::
   // A node has several Props objects; only one of them names volumes.
   if (auto level = levelFromProps(param); level && level != bound.node.level) {
     bound.node.level = std::move(level);
-    bound.session.changed(Change::level);
+    bound.session.announce(Change::level);
   }
 }
 
@@ -335,7 +335,7 @@ void Session::Events::cardInfo(void* data, const pw_device_info* info) {
   auto& bound = *static_cast<BoundCard*>(data);
   if ((info->change_mask & PW_DEVICE_CHANGE_MASK_PROPS) != 0U && info->props != nullptr) {
     bound.card.properties = propertiesOf(info->props);
-    bound.session.changed(Change::objects);
+    bound.session.announce(Change::objects);
   }
   // Asked each time: a subscription tells nothing of the cards that another process brings into the
   // session, and the session manager is such a process.
@@ -353,7 +353,7 @@ void Session::Events::cardParam(void* data, int /*seq*/, std::uint32_t id, std::
   }
   if (auto route = routeFromParam(param)) {
     bound.card.routes[route->device] = std::move(*route);
-    bound.session.changed(Change::level);
+    bound.session.announce(Change::level);
   }
 }
 
@@ -367,7 +367,7 @@ int Session::Events::metadataProperty(void* data, std::uint32_t subject, const c
   } else {
     bound.values[{subject, key}] = value;
   }
-  bound.session.changed(Change::metadata);
+  bound.session.announce(Change::metadata);
   return 0;
 }
 
@@ -465,7 +465,7 @@ Session::Lock::~Lock() {
   pw_thread_loop_unlock(loop_);
 }
 
-void Session::changed(Change change) {
+void Session::announce(Change change) {
   if (onChange) {
     onChange(change);
   }
@@ -500,6 +500,10 @@ void Session::after(double seconds, std::function<void()> job) {
   due.tv_nsec = static_cast<long>((seconds - wholeSeconds) * 1e9);
   pw_loop_update_timer(loop, timer->source, &due, nullptr, false);
   timers_.push_back(std::move(timer));
+}
+
+void Session::cancelJobs() {
+  timers_.clear();
 }
 
 void Session::roundTrip() {

@@ -93,6 +93,8 @@ class Session {
   /// Runs `job` once on the loop thread, with the lock held; not at all when the session ends
   /// first.
   void after(double seconds, std::function<void()> job);
+  /// No job runs any more that `after` was given so far.
+  void cancelJobs();
   /// Everything asked so far has been done by the session, and its answers have arrived.
   void roundTrip();
 
@@ -102,6 +104,8 @@ class Session {
   [[nodiscard]] pw_core* core() const { return core_; }
   /// Wakes `waitUntil`. Lock held.
   void wake();
+  /// Calls `onChange` and wakes `waitUntil`. Loop thread.
+  void announce(Change change);
 
  private:
   struct Events;
@@ -112,7 +116,6 @@ class Session {
 
   Session();
   bool connect(std::string& problem);
-  void changed(Change change);
 
   pw_thread_loop* loop_ = nullptr;
   pw_context* context_ = nullptr;

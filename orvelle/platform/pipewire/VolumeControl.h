@@ -43,7 +43,7 @@ class VolumeControl {
     ChannelLevel reported;
   };
 
-  void apply(const Node& node, const ChannelLevel& level);
+  void apply(const Node& node, const ChannelLevel& wanted);
   void keepStored(const Node& node);
   [[nodiscard]] std::optional<ChannelLevel> reportedLevel(const Node& node) const;
 

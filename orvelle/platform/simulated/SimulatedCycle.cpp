@@ -12,13 +12,19 @@ namespace orvelle {
 
 namespace {
 
-/// Copies `channels` interleaved channels between two places in wider frames.
-void addChannels(const std::vector<float>& from, std::size_t fromWidth, std::size_t fromChannel,
-                 std::vector<float>& to, std::size_t toWidth, std::size_t toChannel,
-                 std::size_t channels, std::size_t frames) {
+/// Some neighbouring channels within frames that may be wider.
+struct Place {
+  std::size_t frameWidth;
+  std::size_t firstChannel;
+};
+
+/// Adds `channels` channels of `from` to as many of `to`.
+void addChannels(const std::vector<float>& from, Place fromPlace, std::vector<float>& to,
+                 Place toPlace, std::size_t channels, std::size_t frames) {
   for (std::size_t frame = 0; frame < frames; ++frame) {
     for (std::size_t channel = 0; channel < channels; ++channel) {
-      to[frame * toWidth + toChannel + channel] += from[frame * fromWidth + fromChannel + channel];
+      to[frame * toPlace.frameWidth + toPlace.firstChannel + channel] +=
+          from[frame * fromPlace.frameWidth + fromPlace.firstChannel + channel];
     }
   }
 }
@@ -26,6 +32,7 @@ void addChannels(const std::vector<float>& from, std::size_t fromWidth, std::siz
 std::vector<AudioBuffer> buffersOver(std::vector<std::vector<float>>& samples,
                                      std::uint32_t frames) {
   std::vector<AudioBuffer> buffers;
+  buffers.reserve(samples.size());
   for (std::vector<float>& data : samples) {
     buffers.push_back({static_cast<std::uint32_t>(data.size() / frames),
                        static_cast<std::uint32_t>(data.size() * sizeof(float)), data.data()});
@@ -152,7 +159,8 @@ void SimulatedHardware::collectInputs(const Device& device, std::uint32_t frames
       std::vector<float> samples(std::size_t{frames} * channels, 0.0F);
       const std::size_t width = member.outputChannels();
       if (member.description.isLoopback && firstChannel + channels <= width) {
-        addChannels(member.arrived, width, firstChannel, samples, channels, 0, channels, frames);
+        addChannels(member.arrived, {width, firstChannel}, samples, {channels, 0}, channels,
+                    frames);
       }
       callback.inputSamples.push_back(std::move(samples));
       firstChannel += channels;
@@ -195,8 +203,8 @@ void SimulatedHardware::mixOutputs(const PendingCallback& callback, std::uint32_
     for (const std::uint32_t channels : member.description.outputBuffers) {
       const bool fits = destination.size() == std::size_t{frames} * member.outputChannels();
       if (fits && buffer < callback.outputSamples.size()) {
-        addChannels(callback.outputSamples[buffer], channels, 0, destination,
-                    member.outputChannels(), firstChannel, channels, frames);
+        addChannels(callback.outputSamples[buffer], {channels, 0}, destination,
+                    {member.outputChannels(), firstChannel}, channels, frames);
       }
       ++buffer;
       firstChannel += channels;

@@ -12,8 +12,8 @@ namespace {
 
 /// The size that the HAL reports for a value.
 struct ByteSize {
-  std::size_t operator()(std::monostate) const { return 0; }
-  std::size_t operator()(const std::string&) const { return sizeof(void*); }
+  std::size_t operator()(std::monostate /*empty*/) const { return 0; }
+  std::size_t operator()(const std::string& /*text*/) const { return sizeof(void*); }
   std::size_t operator()(const std::vector<AudioObjectID>& ids) const {
     return ids.size() * sizeof(AudioObjectID);
   }
@@ -21,7 +21,7 @@ struct ByteSize {
     return 8 + streams.channelsPerBuffer.size() * sizeof(AudioBuffer);
   }
   template <class Plain>
-  std::size_t operator()(const Plain&) const {
+  std::size_t operator()(const Plain& /*number*/) const {
     return sizeof(Plain);
   }
 };

@@ -156,7 +156,8 @@ class SimulatedHardware : public AudioHardware {
   static PropertyResult readProcess(const Process& process, const PropertyAddress& address);
   bool isSettable(AudioObjectID object, const PropertyAddress& address) const;
   OSStatus write(AudioObjectID object, const PropertyAddress& address, const PropertyValue& value);
-  OSStatus writeDevice(Device& device, const PropertyAddress& address, const PropertyValue& value);
+  static OSStatus writeDevice(Device& device, const PropertyAddress& address,
+                              const PropertyValue& value);
   OSStatus putDefaultOutput(AudioObjectID device);
   bool isRunning(const Device& device) const;
   StreamConfiguration streams(const Device& device, std::uint32_t scope) const;

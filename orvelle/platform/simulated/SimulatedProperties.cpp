@@ -17,6 +17,7 @@ constexpr OSStatus kFound = kAudioHardwareNoError;
 template <class Map>
 std::vector<AudioObjectID> idsOf(const Map& objects) {
   std::vector<AudioObjectID> ids;
+  ids.reserve(objects.size());
   for (const auto& keyed : objects) {
     ids.push_back(keyed.first);
   }
