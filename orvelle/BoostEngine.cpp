@@ -35,6 +35,7 @@ void BoostEngine::start(const std::string& loopbackUID, const std::string& outpu
   if (isRunning_) {
     return;
   }
+  handedMutes_.clear();
   loopbackUID_ = loopbackUID;
   const auto loopback = hal_.device(loopbackUID);
   if (!loopback) {
@@ -75,8 +76,13 @@ bool BoostEngine::isDefaultOnLoopback() const {
 }
 
 void BoostEngine::restoreDefaultOutput() {
-  const auto best = bestOutput(hal_.realOutputs());
-  const AudioObjectID output = best ? best->id : previousDefaultOutput_;
+  std::vector<AudioDeviceInfo> outputs = hal_.realOutputs();
+  const bool hasOutputs = !outputs.empty();
+  // One that would not be lowered stands at full volume: rather another one, or silence.
+  std::erase_if(outputs, [this](const auto& real) { return owedLevels_.contains(real.uid); });
+  const auto best = bestOutput(outputs);
+  const AudioObjectID former = hasOutputs ? kAudioObjectUnknown : previousDefaultOutput_;
+  const AudioObjectID output = best ? best->id : former;
   if (output == kAudioObjectUnknown) {
     return;
   }
@@ -188,7 +194,10 @@ void BoostEngine::defaultOutputChanged() {
     hal_.setDefaultOutput(loopback->id);
     follow(chosen);
   }
-  hal_.setDefaultOutput(loopback->id);
+  if (hal_.setDefaultOutput(loopback->id) != kAudioHardwareNoError) {
+    // Music plays straight into a real output, which must not be a raised one.
+    teardownAggregate();
+  }
 }
 
 void BoostEngine::follow(const AudioDeviceInfo& output) {
@@ -232,17 +241,10 @@ std::vector<AudioObjectID> BoostEngine::foreignDevices() const {
 
 /// Feeds the wanted output again once it and the loopback are both there.
 void BoostEngine::resume() {
-  const auto loopback = hal_.device(loopbackUID_);
-  const auto output = hal_.device(wantedOutputUID_);
-  if (!loopback || !output) {
-    return;
+  if (hal_.device(loopbackUID_) && hal_.device(wantedOutputUID_)) {
+    teardownAggregate();
+    rebuild(wantedOutputUID_);
   }
-  teardownAggregate();
-  if (std::exchange(loopbackID_, loopback->id) != loopback->id) {
-    // It comes with a volume of its own. The one that the user knows is the output's.
-    handLevelToLoopback(loopback->id, levelOf(output->id), wantedOutputUID_);
-  }
-  rebuild(wantedOutputUID_);
 }
 
 /// False when that failed. The output is then as it was before, and the next change tries again.
@@ -268,14 +270,32 @@ void BoostEngine::raiseOutput(AudioObjectID output, const std::string& outputUID
     boostedOutputPrevLevel_ = owed->second;
     owedLevels_.erase(owed);
   }
+  const bool isMuted = boostedOutputPrevLevel_.mute.value_or(false);
+  if (!loopbackGovernsVolume_ || (isMuted && !handMuteToLoopback(outputUID))) {
+    return;
+  }
   // A volume that cannot be read could not be put back either.
-  if (loopbackGovernsVolume_ && boostedOutputPrevLevel_.volume) {
+  if (boostedOutputPrevLevel_.volume) {
     hal_.setOutputVolume(output, 1.0F);
   }
-  // The mute has moved to the loopback, where the system's control can reach it.
-  if (loopbackGovernsVolume_ && boostedOutputPrevLevel_.mute.value_or(false)) {
+  if (isMuted) {
     hal_.setOutputMute(output, false);
   }
+}
+
+/// Moves an output's mute to where the system's control can reach it, once: what the user has done
+/// with it since then is not undone when the output is fed again. False when the loopback did not
+/// take it.
+bool BoostEngine::handMuteToLoopback(const std::string& outputUID) {
+  if (handedMutes_.contains(outputUID)) {
+    return true;
+  }
+  hal_.setOutputMute(loopbackID_, true);
+  const bool hasTaken = hal_.outputMute(loopbackID_).value_or(false);
+  if (hasTaken) {
+    handedMutes_.insert(outputUID);
+  }
+  return hasTaken;
 }
 
 void BoostEngine::lowerOutput() {
@@ -312,6 +332,10 @@ void BoostEngine::buildAndStart(const std::string& outputUID) {
   const auto loopback = hal_.device(loopbackUID_);
   if (!loopback || !putDefaultOn(loopback->id, kFollowWaitSeconds)) {
     throw EngineError::osStatus("SetDefaultOutput (loopback never took)", -1);
+  }
+  if (std::exchange(loopbackID_, loopback->id) != loopback->id) {
+    // One that went and came back has a volume of its own. What the user knows is the output's.
+    handLevelToLoopback(loopback->id, levelOf(output->id), outputUID);
   }
   // The loopback's volume is the system's control: it is never raised, whoever asks to feed it.
   if (output->id != loopback->id) {

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -97,6 +98,7 @@ class BoostEngine final : public BoostRender {
   bool rebuild(const std::string& outputUID);
 
   void raiseOutput(AudioObjectID output, const std::string& outputUID);
+  bool handMuteToLoopback(const std::string& outputUID);
   void lowerOutput();
   void settleOwedLevels();
 
@@ -124,6 +126,8 @@ class BoostEngine final : public BoostRender {
   OutputLevel boostedOutputPrevLevel_;
   /// By uid: the levels of raised outputs that were gone when they should have been put back.
   std::map<std::string, OutputLevel> owedLevels_;
+  /// uids of the outputs whose mute the loopback has taken over since the start.
+  std::set<std::string> handedMutes_;
   /// Whether the loopback has taken over the volume. Without that no output is raised: nothing
   /// would govern its loudness.
   bool loopbackGovernsVolume_ = false;

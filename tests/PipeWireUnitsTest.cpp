@@ -223,9 +223,8 @@ TEST(StereoCycleTest, ABlockThatWritesNothingIsSilent) {
   std::vector<float> left(frames);
   std::vector<float> right(frames);
   std::vector<float> mono(frames);
-  const StereoPlanes planes{.outputLeft = left.data(),
-                            .outputRight = right.data(),
-                            .outputMono = mono.data()};
+  const StereoPlanes planes{
+      .outputLeft = left.data(), .outputRight = right.data(), .outputMono = mono.data()};
   cycle.run(planes, frames);
   EXPECT_EQ(mono, std::vector<float>(frames, 0.5F));
   isGone = true;

@@ -22,23 +22,22 @@ TEST(StereoCycleSafety, StaysInUserSpace) {
     BoostRender chain;
     ScalarModel unused;
     apply(mode, chain, unused);
-    pipewire::StereoCycle cycle([&chain](AudioBufferList input, AudioBufferList output) {
-      chain.render(input, output);
-    });
+    pipewire::StereoCycle cycle(
+        [&chain](AudioBufferList input, AudioBufferList output) { chain.render(input, output); });
     const std::vector<float> left = noise(1, longest, 1.0F);
     const std::vector<float> right = noise(2, longest, std::numeric_limits<float>::infinity());
     std::vector<float> outputLeft(longest);
     std::vector<float> outputRight(longest);
     std::vector<float> outputMono(longest);
-    EXPECT_EQ(RealTimeSentinel::watch([&] {
-                for (const std::uint32_t frames : {64U, 1024U, 0U, longest, 8192U, 1U}) {
-                  cycle.run({left.data(), right.data(), outputLeft.data(), outputRight.data()},
-                            frames);
-                  cycle.run({.inputLeft = left.data(), .outputMono = outputMono.data()}, frames);
-                  cycle.run({}, frames);
-                }
-              }),
-              RealTimeSentinel::Violations{});
+    EXPECT_EQ(
+        RealTimeSentinel::watch([&] {
+          for (const std::uint32_t frames : {64U, 1024U, 0U, longest, 8192U, 1U}) {
+            cycle.run({left.data(), right.data(), outputLeft.data(), outputRight.data()}, frames);
+            cycle.run({.inputLeft = left.data(), .outputMono = outputMono.data()}, frames);
+            cycle.run({}, frames);
+          }
+        }),
+        RealTimeSentinel::Violations{});
     // The longest cycle takes three pieces, an empty one none.
     EXPECT_EQ(chain.renderCalls.load(), 3 * (4 + 3));
   }

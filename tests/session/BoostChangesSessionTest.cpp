@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <limits>
 #include <thread>
@@ -207,6 +208,29 @@ TEST(BoostChanges, PutsEverythingBackAtCtrlC) {
   EXPECT_TRUE(session.returnsTo(before));
 }
 
+// Would catch an output that plays at full volume from the stop on: some servers report 1 for an
+// output that has not run since the login, whatever volume it has been given.
+TEST(BoostChanges, KnowsTheVolumeOfAnOutputThatHasNeverRun) {
+  BoostSession session(oneOutput);
+  DesktopPanel& panel = session.panel();
+  const auto before = session.inventory();
+  const auto output = panel.session().node("hw_usb");
+  ASSERT_TRUE(output.has_value());
+  Subprocess mixer({"pw-cli", "set-param", std::to_string(output->id), "Props",
+                    "{ channelVolumes: [ 0.064, 0.064 ] }"},
+                   session.session().environment());
+  ASSERT_EQ(mixer.wait(patience), 0) << mixer.standardError();
+  const auto boost = session.boost("2");
+  EXPECT_TRUE(SessionClient::waitFor(
+      [&] { return std::abs(panel.volume(loopbackName).cubic() - 0.4F) < 1e-4F; },
+      milliseconds(1000)))
+      << panel.volume(loopbackName).cubic();
+  EXPECT_NEAR(panel.volume("hw_usb").cubic(), 1.0F, 1e-4F);
+  BoostSession::interrupt(*boost);
+  EXPECT_NEAR(panel.volume("hw_usb").cubic(), 0.4F, 1e-4F);
+  EXPECT_TRUE(session.returnsTo(before));
+}
+
 // Would catch a killed program whose loopback stays the default output.
 TEST(BoostChanges, LeavesAPlayableSessionWhenKilled) {
   BoostSession session(oneOutput);
@@ -242,6 +266,7 @@ TEST(BoostChanges, TwoHundredStartsLeaveNothing) {
   };
   cycle();
   ASSERT_TRUE(session.panel().waitForDefault("hw_usb", patience));
+  std::this_thread::sleep_for(milliseconds(500));  // until the first round's timer has fired, too
   const auto before = session.inventory();
   const ProcessUsage usageBefore = usageOf(getpid());
   for (int round = 0; round < 200; ++round) {

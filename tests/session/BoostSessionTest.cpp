@@ -7,6 +7,7 @@
 #include <random>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "tests/ScalarModel.h"
 #include "tests/session/BoostSession.h"
@@ -215,6 +216,33 @@ INSTANTIATE_TEST_SUITE_P(Outputs, BoostLayout,
                                          Layout{48000, surround}, Layout{96000, stereo},
                                          Layout{44100, surround}, Layout{96000, mono}));
 
+/// The recording in pieces of one cycle length each. Newer servers start every node anew where a
+/// cycle length is forced, and sound is back in the second or third cycle then, boosted or not: the
+/// pieces begin behind that.
+std::vector<std::pair<std::uint32_t, Samples>> piecesOfOneCycleLength(const Recording& recording,
+                                                                      Samples samples) {
+  constexpr std::size_t cyclesOfARestart = 2;
+  const std::vector<Cycle>& cycles = recording.cycles;
+  std::vector<std::pair<std::uint32_t, Samples>> pieces;
+  std::size_t begin = 0;
+  for (std::size_t end = 1; end <= cycles.size(); ++end) {
+    if (end < cycles.size() && cycles[end].duration == cycles[begin].duration) {
+      continue;
+    }
+    const bool isRestart = begin > 0 && cycles[begin].position !=
+                                            cycles[begin - 1].position + cycles[begin - 1].duration;
+    const std::size_t first = begin + (isRestart ? cyclesOfARestart : 0);
+    if (first < end) {
+      const std::size_t frame = cycles[first].firstFrame;
+      pieces.emplace_back(
+          cycles[begin].duration,
+          samples.subspan(frame, cycles[end - 1].firstFrame + cycles[end - 1].frames - frame));
+    }
+    begin = end;
+  }
+  return pieces;
+}
+
 // Would catch a callback that depends on its first cycle length.
 TEST(BoostSound, SurvivesChangesOfTheQuantum) {
   BoostSession session(oneOutput);
@@ -223,23 +251,24 @@ TEST(BoostSound, SurvivesChangesOfTheQuantum) {
   const Probe probe(sineSignal(997.0, 0.1F), {});
   std::this_thread::sleep_for(milliseconds(300));
   recorder.forget();
+  ASSERT_TRUE(recorder.waitFor(milliseconds(100)));
   for (const int quantum : {256, 2048, 128, 8192, 1024}) {
     session.panel().forceQuantum(quantum);
     std::this_thread::sleep_for(milliseconds(600));
   }
   const Recording recording = recorder.take();
-  const double gap = longestGapMs(recording.channel("FL"), recording.rate(), 1e-4F);
-  const double level = fitSine(recording.channel("FL"), 997.0, recording.rate()).levelDbfs();
   std::set<std::uint32_t> seen;
-  for (const Cycle& cycle : recording.cycles) {
-    seen.insert(cycle.frames);
+  for (const auto& [quantum, samples] :
+       piecesOfOneCycleLength(recording, recording.channel("FL"))) {
+    const double gap = longestGapMs(samples, recording.rate(), 1e-4F);
+    const double level = fitSine(samples, 997.0, recording.rate()).levelDbfs();
+    report("longest gap at " + std::to_string(quantum), gap, "ms");
+    report("level at " + std::to_string(quantum), level, "dBFS");
+    EXPECT_LT(gap, 1.0) << quantum;
+    EXPECT_NEAR(level, toDecibels(0.2), 0.1) << quantum;
+    seen.insert(quantum);
   }
-  report("cycle lengths seen", static_cast<double>(seen.size()), "");
-  report("longest gap", gap, "ms");
-  report("level over all changes", level, "dBFS");
-  EXPECT_GE(seen.size(), 5U);
-  EXPECT_LT(gap, 1.0);
-  EXPECT_NEAR(level, toDecibels(0.2), 0.1);
+  EXPECT_EQ(seen, (std::set<std::uint32_t>{128, 256, 1024, 2048, 8192}));
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 // The device commands of the real program against a session whose truth is known.
 #include <gtest/gtest.h>
+#include <pipewire/pipewire.h>
 
 #include <algorithm>
 #include <csignal>
+#include <string_view>
 #include <thread>
 
 #include "tests/session/BoostSession.h"
@@ -54,7 +56,12 @@ TEST(CommandsOnASession, RateReadsAndSets) {
   };
   EXPECT_EQ(outputOf({"rate", "hw_usb"}), "USB Headphones: 48000 Hz\n");
   recorder.forget();
-  EXPECT_EQ(outputOf({"rate", "hw_usb", "44100"}), "set 44100 Hz → requested; now 44100 Hz\n");
+  // With newer servers such an output keeps its own rate while the graph around it switches, and
+  // resamples: the device has not taken the rate, and that is to be told.
+  const bool isTaken = std::string_view(pw_get_library_version()).starts_with("0.");
+  EXPECT_EQ(outputOf({"rate", "hw_usb", "44100"}), isTaken
+                                                       ? "set 44100 Hz → requested; now 44100 Hz\n"
+                                                       : "set 44100 Hz → failed; now 48000 Hz\n");
   const Recording recording = recorder.take();
   EXPECT_TRUE(std::any_of(recording.cycles.begin(), recording.cycles.end(), [](const Cycle& cycle) {
     return cycle.rate == 44100;

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "tests/session/Probe.h"
 #include "tests/session/Subprocess.h"
 
 namespace orvelle::rig {
@@ -229,7 +230,11 @@ void DesktopPanel::setVolume(std::string_view node, float cubic) {
   spa_pod_builder_prop(&parameter.builder, SPA_PROP_channelVolumes, 0);
   spa_pod_builder_array(&parameter.builder, sizeof(float), SPA_TYPE_Float,
                         static_cast<std::uint32_t>(values.size()), values.data());
-  bound.write(static_cast<const spa_pod*>(spa_pod_builder_pop(&parameter.builder, &frame)));
+  const auto* level = static_cast<const spa_pod*>(spa_pod_builder_pop(&parameter.builder, &frame));
+  letTake(node, [&] {
+    bound.write(level);
+    return bound.read().linear == values;
+  });
 }
 
 void DesktopPanel::setMute(std::string_view node, bool muted) {
@@ -239,7 +244,25 @@ void DesktopPanel::setMute(std::string_view node, bool muted) {
   spa_pod_builder_push_object(&parameter.builder, &frame, SPA_TYPE_OBJECT_Props, SPA_PARAM_Props);
   spa_pod_builder_prop(&parameter.builder, SPA_PROP_mute, 0);
   spa_pod_builder_bool(&parameter.builder, muted);
-  bound.write(static_cast<const spa_pod*>(spa_pod_builder_pop(&parameter.builder, &frame)));
+  const auto* level = static_cast<const spa_pod*>(spa_pod_builder_pop(&parameter.builder, &frame));
+  letTake(node, [&] {
+    bound.write(level);
+    return bound.read().isMuted == muted;
+  });
+}
+
+void DesktopPanel::letTake(std::string_view node, const std::function<bool()>& set) {
+  if (set()) {
+    return;
+  }
+  const std::string player = "silence of the desktop panel";
+  {
+    const Probe silence(constantSignal(0.0F), {.name = player, .target = std::string(node)});
+    if (!SessionClient::waitFor(set, milliseconds(2000))) {
+      throw std::runtime_error("the session does not set the level of " + std::string(node));
+    }
+  }
+  SessionClient::waitFor([&] { return !client_.node(player); }, milliseconds(2000));
 }
 
 void DesktopPanel::forceQuantum(int frames) {

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,7 +51,8 @@ class DesktopPanel : private SessionObserver {
 
   /// Throws std::runtime_error for a name that is not there.
   [[nodiscard]] NodeVolume volume(std::string_view node);
-  /// Sets all channels; on the scale that mixers show.
+  /// Sets all channels; on the scale that mixers show. An output that has never run is made to run
+  /// for a moment: newer servers take its volume and mute only then.
   void setVolume(std::string_view node, float cubic);
   void setMute(std::string_view node, bool muted);
 
@@ -64,6 +66,8 @@ class DesktopPanel : private SessionObserver {
   void objectRemoved(SessionClient& client, const SessionObject& object) override;
   void setMetadata(pw_metadata* metadata, const std::string& key, const char* type,
                    const std::string& value);
+  /// Repeats `set` until it says that the output has taken it, with the output running if need be.
+  void letTake(std::string_view node, const std::function<bool()>& set);
   [[nodiscard]] std::uint32_t idOf(std::string_view node) const;
 
   // Guarded by the loop's lock.

@@ -39,7 +39,6 @@ class FakeCard {
   /// Somebody uses the knob of the device itself.
   void turnKnob(const std::vector<float>& volumes, bool isMuted);
 
-
   [[nodiscard]] std::vector<float> volumes() const;
   [[nodiscard]] bool isMuted() const;
   /// Everything that was written, in order.

@@ -81,7 +81,9 @@ class PipeWireRig final : public HardwareRig {
   }
 
  private:
-  HardwareSession session_{SessionOptions{}};
+  // With an output from the beginning, so that the session manager is at work before the first
+  // test.
+  HardwareSession session_{{.standIns = {{.name = "first", .priority = 1}}}};
   std::map<std::string, std::unique_ptr<Recorder>> recorders_;
   std::unique_ptr<Probe> player_;
 };

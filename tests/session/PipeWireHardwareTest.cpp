@@ -63,7 +63,8 @@ IOBlock copyingBlock(const std::shared_ptr<Copier>& copier) {
 // and hardware taken for a loopback because of its monitor.
 TEST(SessionDevices, SinksWithoutHardwareAreLoopbacks) {
   HardwareSession session(
-      {.standIns = {usb(), effect(),
+      {.standIns = {usb(),
+                    effect(),
                     {.name = "network",
                      .api = "",
                      .bus = "",
@@ -84,8 +85,8 @@ TEST(SessionDevices, SinksWithoutHardwareAreLoopbacks) {
   EXPECT_EQ(headphones->transportType, kAudioDeviceTransportTypeUSB);
 }
 
-// Would catch a machine without a sound card (remote desktop, virtual machine) that has no output to
-// boost, our own loopback offered as one, and a list that is not read anew when hardware comes.
+// Would catch a machine without a sound card (remote desktop, virtual machine) that has no output
+// to boost, our own loopback offered as one, and a list that is not read anew when hardware comes.
 TEST(SessionDevices, WithoutHardwareSuchSinksAreTheOutputs) {
   HardwareSession session({.standIns = {effect()}});
   int changes = 0;
@@ -190,8 +191,9 @@ TEST(SessionLoopback, IsThereOnlyWhileItIsNeeded) {
 
   AudioObjectID aggregate = 0;
   const AggregateDescription description = aggregateOf("hw_usb", loopbackUID);
-  ASSERT_NE(session.hardware().createAggregateDevice(aggregateOf(loopbackUID, loopbackUID), aggregate),
-            0);
+  ASSERT_NE(
+      session.hardware().createAggregateDevice(aggregateOf(loopbackUID, loopbackUID), aggregate),
+      0);
   EXPECT_TRUE(becomes(0)) << "what was refused needs nothing";
   ASSERT_EQ(session.hardware().createAggregateDevice(description, aggregate), 0);
   EXPECT_TRUE(becomes(1));
@@ -209,8 +211,8 @@ TEST(SessionLoopback, IsThereOnlyWhileItIsNeeded) {
   EXPECT_TRUE(session.panel().waitForDefault("hw_usb", milliseconds(1000)));
 }
 
-// Would catch two loopbacks of one name where two programs boost, and the first one's boost ended by
-// the second: its real output stands at full volume.
+// Would catch two loopbacks of one name where two programs boost, and the first one's boost ended
+// by the second: its real output stands at full volume.
 TEST(SessionLoopback, AnotherProgramsIsUsedAndLeftAlone) {
   HardwareSession session({.standIns = {usb(), speaker()}});
   session.plugs().plug({.name = loopbackUID, .api = "", .bus = "", .priority = 1});

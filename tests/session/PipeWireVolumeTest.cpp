@@ -22,39 +22,40 @@ class RouteVolume : public testing::Test {
  protected:
   /// `volumes` are linear.
   void connect(const std::vector<float>& volumes) {
-    card_ = std::make_unique<FakeCard>(volumes);
-    session_.plugs().plug(card_->output(output));
-    id_ = session_.listed(output);
-    ASSERT_NE(id_, kAudioObjectUnknown);
-    ASSERT_TRUE(session_.eventually([&] { return std::abs(scalar() - expected()) < 1e-6F; }))
+    card = std::make_unique<FakeCard>(volumes);
+    session.plugs().plug(card->output(output));
+    outputID = session.listed(output);
+    ASSERT_NE(outputID, kAudioObjectUnknown);
+    ASSERT_TRUE(session.eventually([&] { return std::abs(scalar() - expected()) < 1e-6F; }))
         << "the route says " << expected() << ", read is " << scalar();
   }
 
-  [[nodiscard]] HAL hal() const { return session_.hal(); }
-  [[nodiscard]] float scalar() const { return hal().outputVolume(id_).value_or(-1.0F); }
-  [[nodiscard]] float expected() const { return std::cbrt(std::ranges::max(card_->volumes())); }
+  [[nodiscard]] HAL hal() const { return session.hal(); }
+  [[nodiscard]] float scalar() const { return hal().outputVolume(outputID).value_or(-1.0F); }
+  [[nodiscard]] float expected() const { return std::cbrt(std::ranges::max(card->volumes())); }
 
-  HardwareSession session_{SessionOptions{}};
-  std::unique_ptr<FakeCard> card_;
-  AudioObjectID id_ = kAudioObjectUnknown;
+  HardwareSession session{{.standIns = {{.name = "first", .priority = 1}}}};
+  std::unique_ptr<FakeCard> card;
+  AudioObjectID outputID = kAudioObjectUnknown;
 };
 
-// Would catch a raise that goes to the node, where mixers do not show it and the card stays low, and
-// one that is marked to be kept: after a crash the next login would begin at full volume.
+// Would catch a raise that goes to the node, where mixers do not show it and the card stays low,
+// and one that is marked to be kept: after a crash the next login would begin at full volume.
 TEST_F(RouteVolume, IsWrittenToTheRouteForTheTimeBeing) {
   connect({0.064F, 0.064F});
   EXPECT_FLOAT_EQ(scalar(), 0.4F);
-  const std::vector<float> ofNode = session_.panel().volume(output).linear;
+  const std::vector<float> ofNode = session.panel().volume(output).linear;
 
-  hal().setOutputVolume(id_, 1.0F);
-  EXPECT_TRUE(session_.eventually([&] { return card_->volumes() == std::vector{1.0F, 1.0F}; }));
+  hal().setOutputVolume(outputID, 1.0F);
+  EXPECT_TRUE(session.eventually([&] { return card->volumes() == std::vector{1.0F, 1.0F}; }));
   EXPECT_EQ(scalar(), 1.0F);
-  hal().setOutputVolume(id_, 0.4F);
-  EXPECT_TRUE(
-      session_.eventually([&] { return card_->volumes() == std::vector{0.064F, 0.064F}; }))
-      << "not the very values of before: " << testing::PrintToString(card_->volumes());
+  hal().setOutputVolume(outputID, 0.4F);
+  EXPECT_TRUE(session.eventually([&] {
+    return card->volumes() == std::vector{0.064F, 0.064F};
+  })) << "not the very values of before: "
+      << testing::PrintToString(card->volumes());
 
-  const std::vector<RouteRequest> requests = card_->requests();
+  const std::vector<RouteRequest> requests = card->requests();
   ASSERT_GE(requests.size(), 2U);
   for (const RouteRequest& request : requests) {
     EXPECT_EQ(request.isSaved, false);
@@ -62,18 +63,18 @@ TEST_F(RouteVolume, IsWrittenToTheRouteForTheTimeBeing) {
     EXPECT_EQ(request.volumes.size(), 2U);
     EXPECT_EQ(request.isMuted, false);
   }
-  EXPECT_EQ(session_.panel().volume(output).linear, ofNode);
+  EXPECT_EQ(session.panel().volume(output).linear, ofNode);
 }
 
-// Would catch a balance that is lost in the raise or on the way back, and a volume above 1.0 that is
-// cut.
+// Would catch a balance that is lost in the raise or on the way back, and a volume above 1.0 that
+// is cut.
 TEST_F(RouteVolume, KeepsBalanceAndAmplification) {
   connect({1.728F, 0.432F});
   EXPECT_FLOAT_EQ(scalar(), 1.2F);
   for (const float wanted : {1.0F, 0.0F, 0.5F, 1.2F}) {
-    hal().setOutputVolume(id_, wanted);
-    EXPECT_TRUE(session_.eventually([&] { return std::abs(scalar() - wanted) < 1e-6F; })) << wanted;
-    const std::vector<float> volumes = card_->volumes();
+    hal().setOutputVolume(outputID, wanted);
+    EXPECT_TRUE(session.eventually([&] { return std::abs(scalar() - wanted) < 1e-6F; })) << wanted;
+    const std::vector<float> volumes = card->volumes();
     EXPECT_NEAR(volumes[0], std::pow(wanted, 3.0F), 1e-5F);
     EXPECT_NEAR(volumes[1], volumes[0] / 4.0F, 1e-6F) << "at " << wanted;
   }
@@ -82,16 +83,16 @@ TEST_F(RouteVolume, KeepsBalanceAndAmplification) {
 // Would catch a mute that stops at the node: the card would go on sounding, or stay muted for ever.
 TEST_F(RouteVolume, MuteGoesToTheRoute) {
   connect({0.5F, 0.25F});
-  hal().setOutputMute(id_, true);
-  EXPECT_TRUE(session_.eventually([&] { return card_->isMuted() && hal().outputMute(id_); }));
-  EXPECT_EQ(card_->volumes(), (std::vector{0.5F, 0.25F}));
-  EXPECT_FALSE(session_.panel().volume(output).isMuted);
-  hal().setOutputVolume(id_, 1.0F);
-  EXPECT_TRUE(session_.eventually([&] { return card_->volumes() == std::vector{1.0F, 0.5F}; }));
-  EXPECT_TRUE(card_->isMuted()) << "a volume change must not unmute";
-  hal().setOutputMute(id_, false);
+  hal().setOutputMute(outputID, true);
+  EXPECT_TRUE(session.eventually([&] { return card->isMuted() && hal().outputMute(outputID); }));
+  EXPECT_EQ(card->volumes(), (std::vector{0.5F, 0.25F}));
+  EXPECT_FALSE(session.panel().volume(output).isMuted);
+  hal().setOutputVolume(outputID, 1.0F);
+  EXPECT_TRUE(session.eventually([&] { return card->volumes() == std::vector{1.0F, 0.5F}; }));
+  EXPECT_TRUE(card->isMuted()) << "a volume change must not unmute";
+  hal().setOutputMute(outputID, false);
   EXPECT_TRUE(
-      session_.eventually([&] { return !card_->isMuted() && hal().outputMute(id_) == false; }));
+      session.eventually([&] { return !card->isMuted() && hal().outputMute(outputID) == false; }));
 }
 
 // Would catch a volume that is read once and kept, a listener that does not hear the knob, and a
@@ -100,20 +101,20 @@ TEST_F(RouteVolume, FollowsTheKnob) {
   connect({0.125F, 0.125F});
   int changes = 0;
   ListenerToken token = 0;
-  ASSERT_EQ(session_.hardware().addPropertyListener(
-                id_, volumeOfOutput, [&] { ++changes; }, token),
+  ASSERT_EQ(session.hardware().addPropertyListener(
+                outputID, volumeOfOutput, [&] { ++changes; }, token),
             0);
-  hal().setOutputVolume(id_, 1.0F);
-  EXPECT_TRUE(session_.eventually([&] { return changes > 0; }));
+  hal().setOutputVolume(outputID, 1.0F);
+  EXPECT_TRUE(session.eventually([&] { return changes > 0; }));
   const int before = changes;
-  card_->turnKnob({0.343F, 0.343F}, true);
-  EXPECT_TRUE(session_.eventually([&] { return std::abs(scalar() - 0.7F) < 1e-6F; })) << scalar();
-  EXPECT_TRUE(session_.eventually([&] { return changes > before; }));
-  EXPECT_EQ(hal().outputMute(id_), true);
-  hal().setOutputVolume(id_, 0.5F);
-  EXPECT_TRUE(session_.eventually([&] { return std::abs(scalar() - 0.5F) < 1e-6F; }));
-  EXPECT_TRUE(card_->isMuted());
-  EXPECT_EQ(session_.hardware().removePropertyListener(token), 0);
+  card->turnKnob({0.343F, 0.343F}, true);
+  EXPECT_TRUE(session.eventually([&] { return std::abs(scalar() - 0.7F) < 1e-6F; })) << scalar();
+  EXPECT_TRUE(session.eventually([&] { return changes > before; }));
+  EXPECT_EQ(hal().outputMute(outputID), true);
+  hal().setOutputVolume(outputID, 0.5F);
+  EXPECT_TRUE(session.eventually([&] { return std::abs(scalar() - 0.5F) < 1e-6F; }));
+  EXPECT_TRUE(card->isMuted());
+  EXPECT_EQ(session.hardware().removePropertyListener(token), 0);
 }
 
 // Would catch a program that begins before the card has told its route: it would take the node's
@@ -121,10 +122,10 @@ TEST_F(RouteVolume, FollowsTheKnob) {
 TEST_F(RouteVolume, IsKnownAtOnceAfterConnecting) {
   connect({0.064F, 0.064F});
   for (int round = 0; round < 10; ++round) {
-    session_.reconnect();
-    const auto device = session_.hal().device(output);
+    session.reconnect();
+    const auto device = session.hal().device(output);
     ASSERT_TRUE(device);
-    EXPECT_FLOAT_EQ(session_.hal().outputVolume(device->id).value_or(-1.0F), 0.4F);
+    EXPECT_FLOAT_EQ(session.hal().outputVolume(device->id).value_or(-1.0F), 0.4F);
   }
 }
 
@@ -133,13 +134,13 @@ TEST_F(RouteVolume, IsKnownAtOnceAfterConnecting) {
 TEST_F(RouteVolume, CardsAreMonoOrGo) {
   connect({0.512F});
   EXPECT_FLOAT_EQ(scalar(), 0.8F);
-  hal().setOutputVolume(id_, 0.2F);
-  EXPECT_TRUE(session_.eventually([&] { return std::abs(expected() - 0.2F) < 1e-6F; }));
-  card_.reset();
-  EXPECT_TRUE(session_.eventually([&] { return scalar() == 1.0F; })) << scalar();
-  hal().setOutputVolume(id_, 0.5F);
-  EXPECT_TRUE(session_.eventually(
-      [&] { return std::abs(session_.panel().volume(output).cubic() - 0.5F) < 1e-5F; }));
+  hal().setOutputVolume(outputID, 0.2F);
+  EXPECT_TRUE(session.eventually([&] { return std::abs(expected() - 0.2F) < 1e-6F; }));
+  card.reset();
+  EXPECT_TRUE(session.eventually([&] { return scalar() == 1.0F; })) << scalar();
+  hal().setOutputVolume(outputID, 0.5F);
+  EXPECT_TRUE(session.eventually(
+      [&] { return std::abs(session.panel().volume(output).cubic() - 0.5F) < 1e-5F; }));
 }
 
 // What the session manager keeps
@@ -195,9 +196,9 @@ TEST(StoredVolume, ADeadProgramsRaiseIsForgottenByAReplug) {
   session.reconnect();
   session.plugs().unplug(output);
   session.plugs().plug({.name = output});
-  EXPECT_TRUE(session.eventually(
-      [&] { return std::abs(session.panel().volume(output).cubic() - 0.4F) < 1e-5F; }))
-      << session.panel().volume(output).cubic();
+  EXPECT_TRUE(session.eventually([&] {
+    return std::abs(session.panel().volume(output).cubic() - 0.4F) < 1e-5F;
+  })) << session.panel().volume(output).cubic();
 
   session.hal().setOutputVolume(session.listed(output), 1.0F);
   session.settle(0.3);

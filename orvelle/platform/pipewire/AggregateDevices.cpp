@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <set>
+#include <string_view>
 #include <utility>
 
 namespace orvelle::pipewire {
@@ -9,6 +10,7 @@ namespace orvelle::pipewire {
 namespace {
 
 constexpr double kLinkSeconds = 0.5;
+constexpr std::string_view kAggregatePrefix = "app.orvelle.aggregate.";
 
 std::string inputOf(const AggregateDescription& description) {
   for (const SubDevice& member : description.subdevices) {
@@ -30,7 +32,8 @@ OSStatus AggregateDevices::create(const AggregateDescription& description,
       return kAudioHardwareIllegalOperationError;
     }
   }
-  if (!uids.contains(description.master) || !description.taps.empty()) {
+  if (!uids.contains(description.master) || !description.taps.empty() ||
+      isFedByAnother(description)) {
     return kAudioHardwareIllegalOperationError;
   }
   aggregate = nextID_();
@@ -38,8 +41,22 @@ OSStatus AggregateDevices::create(const AggregateDescription& description,
   return kAudioHardwareNoError;
 }
 
+/// Two instances that feed one output would add up, and each would take the other's full volume for
+/// the one to put back.
+bool AggregateDevices::isFedByAnother(const AggregateDescription& description) const {
+  const Node* output = session_.nodeNamed(description.master);
+  return output != nullptr &&
+         std::ranges::any_of(session_.linksInto(output->id), [&](const Link& link) {
+           const Node* feeder = session_.node(link.outputNode);
+           return feeder != nullptr && feeder->name().starts_with(kAggregatePrefix) &&
+                  feeder->name() != description.uid;
+         });
+}
+
 OSStatus AggregateDevices::destroy(AudioObjectID aggregate) {
-  return aggregates_.erase(aggregate) != 0 ? kAudioHardwareNoError : kAudioHardwareBadObjectError;
+  // Taken out first: ending a stream lets the loop thread look at what is still in.
+  const auto ended = aggregates_.extract(aggregate);
+  return ended.empty() ? kAudioHardwareBadObjectError : kAudioHardwareNoError;
 }
 
 OSStatus AggregateDevices::createIOProc(AudioObjectID aggregate, IOBlock block,
@@ -60,7 +77,7 @@ OSStatus AggregateDevices::destroyIOProc(AudioObjectID aggregate, AudioDeviceIOP
   if (find(aggregate, procID) == nullptr) {
     return kAudioHardwareBadObjectError;
   }
-  aggregates_.at(aggregate).procs.erase(procID);
+  const auto ended = aggregates_.at(aggregate).procs.extract(procID);
   return kAudioHardwareNoError;
 }
 
@@ -89,7 +106,7 @@ OSStatus AggregateDevices::start(AudioObjectID aggregate, AudioDeviceIOProcID pr
   proc->stream = std::move(stream);
   session_.waitUntil([&] { return proc->stream->isLinked(); }, kLinkSeconds);
   if (!proc->stream->isLinked()) {
-    proc->stream.reset();
+    const auto ended = std::move(proc->stream);
     return kAudioHardwareNotReadyError;
   }
   return kAudioHardwareNoError;
@@ -103,7 +120,7 @@ OSStatus AggregateDevices::stop(AudioObjectID aggregate, AudioDeviceIOProcID pro
   if (!proc->stream) {
     return kAudioHardwareNotRunningError;
   }
-  proc->stream.reset();
+  const auto ended = std::move(proc->stream);
   return kAudioHardwareNoError;
 }
 

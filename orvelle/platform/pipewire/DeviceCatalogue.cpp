@@ -50,8 +50,13 @@ DeviceCatalogue::DeviceCatalogue(Session& session, LoopbackNode& loopback,
   for (const Node* node : session_.nodes()) {
     publish(*node);
   }
-  devices_.push_back({nextID_(), 0, true});
+  renewLoopback();
   update();
+}
+
+void DeviceCatalogue::renewLoopback() {
+  std::erase_if(devices_, [](const Device& device) { return device.isLoopback; });
+  devices_.push_back({nextID_(), 0, true});
 }
 
 void DeviceCatalogue::publish(const Node& node) {

@@ -41,6 +41,9 @@ class DeviceCatalogue {
   /// with it, and would overwrite a volume that is set on it.
   bool update();
 
+  /// Lists the loopback as a new device: what was known of the old one does not hold for it.
+  void renewLoopback();
+
   [[nodiscard]] const std::vector<Device>& devices() const { return devices_; }
   [[nodiscard]] const Device* device(AudioObjectID id) const;
   [[nodiscard]] const Device* deviceNamed(std::string_view uid) const;

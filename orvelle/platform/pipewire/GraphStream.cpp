@@ -219,9 +219,13 @@ void GraphStream::makeLink(const PortPair& ports) {
 }
 
 bool GraphStream::isLinked() const {
-  constexpr std::size_t kFewest = 1;
+  const auto sink = frontPortsOf(session_, settings_.outputNode, true);
+  if (!sink) {
+    return false;
+  }
   const std::size_t inputs = settings_.inputNode.empty() ? 0 : 2;
-  return links_.size() >= inputs + kFewest && std::ranges::all_of(links_, [&](const auto& entry) {
+  const std::size_t outputs = sink->isMono() ? 1 : 2;
+  return links_.size() == inputs + outputs && std::ranges::all_of(links_, [&](const auto& entry) {
            return !entry.second->isGone && session_.hasLink(entry.second->id);
          });
 }

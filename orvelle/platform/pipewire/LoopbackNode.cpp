@@ -44,10 +44,27 @@ bool LoopbackNode::ensure() {
         session_.core(), "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &properties->dict, 0));
     pw_properties_free(properties);
   }
-  return session_.waitUntil([this] { return node() != nullptr; }, kCreationSeconds);
+  if (!session_.waitUntil([this] { return node() != nullptr; }, kCreationSeconds)) {
+    return false;
+  }
+  reliedOn_ = node()->id;
+  return true;
+}
+
+bool LoopbackNode::takeLoss() {
+  if (!reliedOn_ || session_.node(*reliedOn_) != nullptr) {
+    return false;
+  }
+  reliedOn_.reset();
+  if (proxy_ != nullptr) {
+    pw_proxy_destroy(proxy_);
+    proxy_ = nullptr;
+  }
+  return true;
 }
 
 void LoopbackNode::destroy() {
+  reliedOn_.reset();
   if (proxy_ == nullptr) {
     return;
   }

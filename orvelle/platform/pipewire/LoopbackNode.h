@@ -1,6 +1,8 @@
 // The loopback device as a node of the session.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "orvelle/platform/pipewire/Session.h"
@@ -31,10 +33,14 @@ class LoopbackNode {
   bool ensure();
   /// Ends our own node; does nothing to another instance's.
   void destroy();
+  /// Whether the node that `ensure` gave has gone since, and not by `destroy`. True once. Its
+  /// volume is gone with it. To be asked after every change of the session's objects.
+  bool takeLoss();
 
  private:
   Session& session_;
   pw_proxy* proxy_ = nullptr;
+  std::optional<std::uint32_t> reliedOn_;  ///< the node's id in the session
 };
 
 }  // namespace orvelle::pipewire

@@ -35,7 +35,8 @@ OSStatus NominalRate::set(const Node& node, double rate) {
   }
   const auto wanted = static_cast<std::int32_t>(rate);
   const IOBlock silence = [](AudioBufferList /*input*/, AudioBufferList /*output*/) {};
-  requests_.erase(name);
+  // Taken out, not erased: ending a stream lets the loop thread look at what is still in.
+  requests_.extract(name);
   requests_[name] = std::make_unique<GraphStream>(
       session_, GraphStreamSettings{"app.orvelle.rate", "Orvelle Rate", "", name, wanted}, silence);
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
@@ -44,7 +45,7 @@ OSStatus NominalRate::set(const Node& node, double rate) {
     }
     session_.waitUntil([] { return false; }, kAttemptSeconds);
   }
-  requests_.erase(name);
+  requests_.extract(name);
   return kAudioDeviceUnsupportedFormatError;
 }
 

@@ -70,6 +70,7 @@ struct PipeWireHardware::Parts {
   void sessionChanged(Change change);
   [[nodiscard]] AudioObjectID defaultOutputID() const;
 
+  void learnLevel(AudioObjectID object, const PropertyAddress& address);
   OSStatus get(AudioObjectID object, const PropertyAddress& address, PropertyValue& value);
   OSStatus getOfSystem(const PropertyAddress& address, PropertyValue& value) const;
   OSStatus getOfAggregate(AudioObjectID object, const PropertyAddress& address,
@@ -97,6 +98,10 @@ void PipeWireHardware::Parts::sessionChanged(Change change) {
     return;
   }
   if (change == Change::objects) {
+    volumes.forgetGone();
+    if (loopback.takeLoss()) {
+      catalogue.renewLoopback();
+    }
     if (catalogue.update()) {
       listeners.notify(kAudioObjectSystemObject, kDevices);
     }
@@ -118,11 +123,24 @@ AudioObjectID PipeWireHardware::Parts::defaultOutputID() const {
 
 // Reading
 
+/// Waits: what was looked up before is to be looked up again.
+void PipeWireHardware::Parts::learnLevel(AudioObjectID object, const PropertyAddress& address) {
+  const bool isLevel = isMainElement(address, kAudioObjectPropertyScopeOutput) &&
+                       (address.selector == kAudioDevicePropertyVolumeScalar ||
+                        address.selector == kAudioDevicePropertyMute);
+  const Device* device = isLevel ? catalogue.device(object) : nullptr;
+  const Node* node = device == nullptr ? nullptr : catalogue.nodeOf(*device);
+  if (node != nullptr) {
+    volumes.learn(*node);
+  }
+}
+
 OSStatus PipeWireHardware::Parts::get(AudioObjectID object, const PropertyAddress& address,
                                       PropertyValue& value) {
   if (object == kAudioObjectSystemObject) {
     return getOfSystem(address, value);
   }
+  learnLevel(object, address);
   if (const Device* device = catalogue.device(object)) {
     return getOfDevice(*device, address, value);
   }
@@ -246,10 +264,12 @@ OSStatus PipeWireHardware::Parts::setDefaultOutput(AudioObjectID id) {
     return kAudioHardwareIllegalOperationError;
   }
   if (device->isLoopback) {
+    if (!loopback.ensure()) {
+      return kAudioHardwareNotReadyError;
+    }
     isLoopbackDefault = true;
-    return loopback.ensure() && defaultOutput.moveToLoopback(kLoopbackName)
-               ? kAudioHardwareNoError
-               : kAudioHardwareNotReadyError;
+    return defaultOutput.moveToLoopback(kLoopbackName) ? kAudioHardwareNoError
+                                                       : kAudioHardwareNotReadyError;
   }
   // Another instance boosts: its real output stands at full volume, and the default output must
   // not be put on it over that instance's head.
@@ -385,6 +405,7 @@ OSStatus PipeWireHardware::setPropertyData(AudioObjectID object, const PropertyA
     const auto* id = std::get_if<std::uint32_t>(&value);
     return id == nullptr ? kAudioHardwareBadPropertySizeError : parts_->setDefaultOutput(*id);
   }
+  parts_->learnLevel(object, address);
   const Device* device = parts_->catalogue.device(object);
   return device == nullptr ? kAudioHardwareBadObjectError
                            : parts_->setOfDevice(*device, address, value);

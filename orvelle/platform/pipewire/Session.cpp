@@ -22,6 +22,8 @@ namespace orvelle::pipewire {
 namespace {
 
 constexpr double kRoundTripSeconds = 2.0;
+/// This program's streams, this instance's and others'.
+constexpr std::string_view kOwnNodesPrefix = "app.orvelle.";
 /// Objects are announced, then bound, then asked for their parameters: an answer each.
 constexpr int kRoundTripsToComplete = 3;
 
@@ -43,8 +45,10 @@ std::uint32_t numberOf(const Properties& properties, std::string_view key) {
   return number;
 }
 
-bool isMirrored(std::string_view mediaClass) {
-  return mediaClass.starts_with("Audio/Sink") || mediaClass.starts_with("Audio/Source") ||
+bool isMirrored(const Properties& node) {
+  const std::string_view mediaClass = valueOf(node, "media.class");
+  return valueOf(node, "node.name").starts_with(kOwnNodesPrefix) ||
+         mediaClass.starts_with("Audio/Sink") || mediaClass.starts_with("Audio/Source") ||
          mediaClass == "Audio/Duplex" || mediaClass == "Stream/Output/Audio";
 }
 
@@ -163,6 +167,12 @@ struct Session::Events {
   spa_hook coreHook{};
   spa_hook registryHook{};
 
+  static void coreInfo(void* data, const pw_core_info* info) {
+    if (info->version != nullptr) {
+      static_cast<Events*>(data)->session.serverVersion_ = info->version;
+    }
+  }
+
   static void coreDone(void* data, std::uint32_t /*id*/, int seq) {
     auto& session = static_cast<Events*>(data)->session;
     session.lastDone_ = seq;
@@ -240,7 +250,7 @@ void Session::Events::addNode(std::uint32_t id, Properties&& properties) {
     events.param = nodeParam;
     return events;
   }();
-  if (!isMirrored(valueOf(properties, "media.class"))) {
+  if (!isMirrored(properties)) {
     return;
   }
   Node mirrored;
@@ -297,7 +307,6 @@ void Session::Events::addPort(std::uint32_t id, const Properties& properties) {
   port.node = numberOf(properties, "node.id");
   port.index = numberOf(properties, "port.id");
   port.isInput = valueOf(properties, "port.direction") == "in";
-  port.isMonitor = valueOf(properties, "port.monitor") == "true";
   port.channel = valueOf(properties, "audio.channel");
   session.ports_[id] = std::move(port);
   session.announce(Change::objects);
@@ -311,6 +320,8 @@ void Session::Events::nodeInfo(void* data, const pw_node_info* info) {
     bound.node.properties = propertiesOf(info->props);
   }
   bound.node.isRunning = info->state == PW_NODE_STATE_RUNNING;
+  // A node that has just run is idle for some seconds.
+  bound.node.hasRun |= bound.node.isRunning || info->state == PW_NODE_STATE_IDLE;
   bound.node.hasInfo = true;
   bound.session.announce(Change::objects);
 }
@@ -389,6 +400,7 @@ bool Session::connect(std::string& problem) {
   static const pw_core_events kCoreEvents = [] {
     pw_core_events events{};
     events.version = PW_VERSION_CORE_EVENTS;
+    events.info = Events::coreInfo;
     events.done = Events::coreDone;
     events.error = Events::coreError;
     return events;
@@ -527,13 +539,9 @@ const Node* Session::node(std::uint32_t id) const {
 }
 
 const Node* Session::nodeNamed(std::string_view name) const {
-  const Node* youngest = nullptr;
-  for (const Node* candidate : nodes()) {
-    if (candidate->name() == name) {
-      youngest = candidate;
-    }
-  }
-  return youngest;
+  const auto all = nodes();
+  const auto found = std::ranges::find(all, name, &Node::name);
+  return found == all.end() ? nullptr : *found;
 }
 
 const Card* Session::cardOf(const Node& node) const {

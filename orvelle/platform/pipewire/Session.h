@@ -45,10 +45,10 @@ class Session {
 
   /// @name Mirror
   /// @{
-  /// In order of appearance. Bound are sinks, sources and playback streams.
+  /// In order of appearance: sinks, sources, playback streams and this program's own streams.
   [[nodiscard]] std::vector<const Node*> nodes() const;
   [[nodiscard]] const Node* node(std::uint32_t id) const;
-  /// The youngest node of that name.
+  /// The first node of that name.
   [[nodiscard]] const Node* nodeNamed(std::string_view name) const;
   [[nodiscard]] const Card* cardOf(const Node& node) const;
   /// The hardware path of a node, where its card controls the volume.
@@ -102,6 +102,8 @@ class Session {
   std::function<void(Change)> onChange;
 
   [[nodiscard]] pw_core* core() const { return core_; }
+  /// Of the server, such as "1.4.2". A client's library may be of another one.
+  [[nodiscard]] const std::string& serverVersion() const { return serverVersion_; }
   /// Wakes `waitUntil`. Lock held.
   void wake();
   /// Calls `onChange` and wakes `waitUntil`. Loop thread.
@@ -122,6 +124,7 @@ class Session {
   pw_core* core_ = nullptr;
   std::unique_ptr<Events> events_;
   bool isConnected_ = false;
+  std::string serverVersion_;
   int lastDone_ = 0;
 
   std::map<std::uint32_t, std::unique_ptr<BoundNode>> nodes_;

@@ -32,6 +32,7 @@ struct Node {
   Properties properties;
   bool hasInfo = false;
   bool isRunning = false;
+  bool hasRun = false;                ///< while we watched, or just before; false tells nothing
   std::optional<ChannelLevel> level;  ///< as the node itself applies it
 
   [[nodiscard]] std::string_view name() const { return valueOf(properties, "node.name"); }
@@ -58,7 +59,6 @@ struct Port {
   std::uint32_t node = 0;
   std::uint32_t index = 0;
   bool isInput = false;
-  bool isMonitor = false;
   std::string channel;
 };
 

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
+#include <memory>
 #include <sstream>
 
+#include "orvelle/platform/pipewire/GraphStream.h"
 #include "orvelle/platform/pipewire/LoopbackNode.h"
 #include "orvelle/platform/pipewire/Volume.h"
 
@@ -13,6 +16,12 @@ namespace orvelle::pipewire {
 namespace {
 
 constexpr double kConfirmationSeconds = 0.1;
+/// Hardware may take its time to begin.
+constexpr double kFirstRunSeconds = 0.5;
+/// A cycle is no event that would wake us.
+constexpr double kFirstRunStepSeconds = 0.005;
+/// The volume is taken in the first cycle and reported after it.
+constexpr int kFirstRunCycles = 2;
 /// The session manager notes a new volume some milliseconds after it was set, and writes its notes
 /// to disk after a second. In between the note is put right.
 constexpr double kStoredAgainSeconds = 0.2;
@@ -48,6 +57,31 @@ std::string storageValue(const ChannelLevel& level) {
 
 }  // namespace
 
+void VolumeControl::learn(const Node& node) {
+  const bool isTold = node.hasRun || session_.routeOf(node) != nullptr ||
+                      session_.serverVersion().starts_with("0.");
+  // The loopback's volume is ours until it runs, and it is not to run for itself.
+  if (isTold || !node.level || node.name() == kLoopbackName ||
+      !learnt_.emplace(valueOf(node.properties, "object.serial")).second) {
+    return;
+  }
+  const std::string name(node.name());
+  const auto cycles = std::make_shared<std::atomic<int>>(0);
+  GraphStream silence(session_, {"app.orvelle.volume", "Orvelle Volume", "", name},
+                      [cycles](AudioBufferList /*input*/, AudioBufferList /*output*/) {
+                        cycles->fetch_add(1, std::memory_order_relaxed);
+                      });
+  const auto hasRun = [&] {
+    silence.linkUp();
+    return cycles->load(std::memory_order_relaxed) >= kFirstRunCycles;
+  };
+  const int attempts = static_cast<int>(kFirstRunSeconds / kFirstRunStepSeconds);
+  for (int attempt = 0; attempt < attempts && !hasRun(); ++attempt) {
+    session_.waitUntil(hasRun, kFirstRunStepSeconds);
+  }
+  session_.roundTrip();
+}
+
 std::optional<ChannelLevel> VolumeControl::reportedLevel(const Node& node) const {
   const Route* route = session_.routeOf(node);
   return route != nullptr ? route->level : node.level;
@@ -58,11 +92,6 @@ std::optional<ChannelLevel> VolumeControl::level(const Node& node) const {
   const auto found = unreported_.find(node.id);
   return found != unreported_.end() && found->second.reported == reported ? found->second.requested
                                                                           : reported;
-}
-
-std::optional<float> VolumeControl::scalar(const Node& node) const {
-  const auto current = level(node);
-  return current ? std::optional(scalarFromVolumes(current->volumes)) : std::nullopt;
 }
 
 OSStatus VolumeControl::setScalar(const Node& node, float scalar) {
@@ -100,6 +129,11 @@ OSStatus VolumeControl::setMute(const Node& node, bool mute) {
   wanted.mute = mute;
   apply(node, wanted);
   return kAudioHardwareNoError;
+}
+
+void VolumeControl::forgetGone() {
+  std::erase_if(unreported_,
+                [&](const auto& entry) { return session_.node(entry.first) == nullptr; });
 }
 
 void VolumeControl::apply(const Node& node, const ChannelLevel& wanted) {
@@ -141,6 +175,9 @@ void VolumeControl::apply(const Node& node, const ChannelLevel& wanted) {
 void VolumeControl::keepStored(const Node& node) {
   if (session_.routeOf(node) != nullptr || node.name() == kLoopbackName) {
     return;  // a card's volume was written as not to be saved, the loopback's is the user's
+  }
+  if (session_.hasMetadata("sm-settings")) {
+    return;  // session managers from 0.5 on store what the node has, and take no other word for it
   }
   Memory& memory = memories_[std::string(node.name())];
   if (!memory.stored || level(node) == memory.stored) {
