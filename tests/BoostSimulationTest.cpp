@@ -2,7 +2,6 @@
 // fail, and news that are late or lost. The seed is printed; ORVELLE_SIMULATION_SEED repeats a run.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <random>
 #include <set>
@@ -460,7 +459,7 @@ std::uint64_t chosenSeed() {
   if (const char* const text = std::getenv("ORVELLE_SIMULATION_SEED")) {
     return std::strtoull(text, nullptr, 10);
   }
-  return static_cast<std::uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
+  return 1;  // a check that fails must fail again; new seeds are for whoever looks for faults
 }
 
 }  // namespace

@@ -601,7 +601,7 @@ std::optional<std::string> Session::metadataValue(std::string_view metadata, std
 bool Session::setMetadata(std::string_view metadata, std::uint32_t subject, const char* key,
                           const char* type, const char* value) {
   for (const auto& [id, bound] : metadata_) {
-    if (bound->name == metadata) {
+    if (bound->name == metadata && isConnected_) {
       pw_metadata_set_property(reinterpret_cast<pw_metadata*>(bound->proxy), subject, key, type,
                                value);
       return true;
