@@ -1,0 +1,107 @@
+// How a session's objects reach the mirror: what is bound, and the library's callbacks. For the
+// sources of Session only.
+#pragma once
+
+#include <pipewire/extensions/metadata.h>
+#include <pipewire/pipewire.h>
+
+#include <charconv>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "orvelle/platform/pipewire/Pods.h"
+#include "orvelle/platform/pipewire/Session.h"
+
+namespace orvelle::pipewire {
+
+/// A property that is a number; an invalid id when it is none.
+inline std::uint32_t numberOf(const Properties& properties, std::string_view key) {
+  const std::string_view text = valueOf(properties, key);
+  std::uint32_t number = SPA_ID_INVALID;
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return number;
+}
+
+template <class Bound>
+void unbind(Bound& bound) {
+  spa_hook_remove(&bound.hook);
+  pw_proxy_destroy(bound.proxy);
+}
+
+struct Session::BoundNode {
+  Session& session;
+  Node node;
+  pw_proxy* proxy = nullptr;
+  spa_hook hook{};
+  /// While `rates` asks: which parameter, and what came.
+  std::uint32_t askedParam = SPA_ID_INVALID;
+  std::vector<RateChoice> answers;
+
+  BoundNode(Session& owner, Node&& mirrored) : session(owner), node(std::move(mirrored)) {}
+  BoundNode(const BoundNode&) = delete;
+  BoundNode& operator=(const BoundNode&) = delete;
+  ~BoundNode() { unbind(*this); }
+};
+
+struct Session::BoundCard {
+  Session& session;
+  Card card;
+  pw_proxy* proxy = nullptr;
+  spa_hook hook{};
+
+  BoundCard(Session& owner, Card&& mirrored) : session(owner), card(std::move(mirrored)) {}
+  BoundCard(const BoundCard&) = delete;
+  BoundCard& operator=(const BoundCard&) = delete;
+  ~BoundCard() { unbind(*this); }
+};
+
+struct Session::BoundMetadata {
+  Session& session;
+  std::string name;
+  std::map<std::pair<std::uint32_t, std::string>, std::string> values;
+  pw_proxy* proxy = nullptr;
+  spa_hook hook{};
+
+  BoundMetadata(Session& owner, std::string_view metadataName)
+      : session(owner), name(metadataName) {}
+  BoundMetadata(const BoundMetadata&) = delete;
+  BoundMetadata& operator=(const BoundMetadata&) = delete;
+  ~BoundMetadata() { unbind(*this); }
+};
+
+/// The library's callbacks, all on the loop thread with the lock held.
+struct Session::Events {
+  explicit Events(Session& owner) : session(owner) {}
+
+  Session& session;
+  pw_registry* registry = nullptr;
+  spa_hook coreHook{};
+  spa_hook registryHook{};
+
+  static void coreInfo(void* data, const pw_core_info* info);
+  static void coreDone(void* data, std::uint32_t id, int seq);
+  static void coreError(void* data, std::uint32_t id, int seq, int result, const char* message);
+  static void registryGlobal(void* data, std::uint32_t id, std::uint32_t permissions,
+                             const char* type, std::uint32_t version, const spa_dict* dict);
+  static void registryGlobalRemove(void* data, std::uint32_t id);
+
+  void addNode(std::uint32_t id, Properties&& properties);
+  void addCard(std::uint32_t id, Properties&& properties);
+  void addMetadata(std::uint32_t id, const Properties& properties);
+  void addPort(std::uint32_t id, const Properties& properties);
+
+  static void nodeInfo(void* data, const pw_node_info* info);
+  static void nodeParam(void* data, int seq, std::uint32_t id, std::uint32_t index,
+                        std::uint32_t next, const spa_pod* param);
+  static void cardInfo(void* data, const pw_device_info* info);
+  static void cardParam(void* data, int seq, std::uint32_t id, std::uint32_t index,
+                        std::uint32_t next, const spa_pod* param);
+  static int metadataProperty(void* data, std::uint32_t subject, const char* key, const char* type,
+                              const char* value);
+};
+
+}  // namespace orvelle::pipewire
