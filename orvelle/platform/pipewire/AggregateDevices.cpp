@@ -33,7 +33,7 @@ OSStatus AggregateDevices::create(const AggregateDescription& description,
     }
   }
   if (!uids.contains(description.master) || !description.taps.empty() ||
-      isFedByAnother(description)) {
+      isAnotherInstanceRunning(description)) {
     return kAudioHardwareIllegalOperationError;
   }
   aggregate = nextID_();
@@ -41,16 +41,13 @@ OSStatus AggregateDevices::create(const AggregateDescription& description,
   return kAudioHardwareNoError;
 }
 
-/// Two instances that feed one output would add up, and each would take the other's full volume for
-/// the one to put back.
-bool AggregateDevices::isFedByAnother(const AggregateDescription& description) const {
-  const Node* output = session_.nodeNamed(description.master);
-  return output != nullptr &&
-         std::ranges::any_of(session_.linksInto(output->id), [&](const Link& link) {
-           const Node* feeder = session_.node(link.outputNode);
-           return feeder != nullptr && feeder->name().starts_with(kAggregatePrefix) &&
-                  feeder->name() != description.uid;
-         });
+/// Two instances would share one loopback and take its volume, and the full volume of the other's
+/// output, for what they have to put back; and whoever stops first leaves the other on a raised
+/// output without a loopback.
+bool AggregateDevices::isAnotherInstanceRunning(const AggregateDescription& description) const {
+  return std::ranges::any_of(session_.nodes(), [&](const Node* node) {
+    return node->name().starts_with(kAggregatePrefix) && node->name() != description.uid;
+  });
 }
 
 OSStatus AggregateDevices::destroy(AudioObjectID aggregate) {

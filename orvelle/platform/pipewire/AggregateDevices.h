@@ -49,7 +49,7 @@ class AggregateDevices {
     std::map<AudioDeviceIOProcID, Proc> procs;
   };
 
-  [[nodiscard]] bool isFedByAnother(const AggregateDescription& description) const;
+  [[nodiscard]] bool isAnotherInstanceRunning(const AggregateDescription& description) const;
   Proc* find(AudioObjectID aggregate, AudioDeviceIOProcID procID);
 
   Session& session_;

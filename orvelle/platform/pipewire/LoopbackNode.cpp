@@ -2,7 +2,7 @@
 
 #include <pipewire/pipewire.h>
 
-#include <string>
+#include <array>
 
 namespace orvelle::pipewire {
 
@@ -27,28 +27,41 @@ bool LoopbackNode::isForeign() const {
 }
 
 bool LoopbackNode::ensure() {
-  if (proxy_ == nullptr && !isForeign()) {
-    pw_properties* properties =
-        pw_properties_new("factory.name", "support.null-audio-sink",                           //
-                          PW_KEY_NODE_NAME, std::string(kLoopbackName).c_str(),                //
-                          PW_KEY_NODE_DESCRIPTION, std::string(kLoopbackDescription).c_str(),  //
-                          PW_KEY_MEDIA_CLASS, "Audio/Sink", "audio.position", "FL,FR",         //
-                          "audio.rate", "48000", PW_KEY_NODE_VIRTUAL, "true",                  //
-                          "monitor.channel-volumes", "true",  // its volume is the system's control
-                          "priority.session", "1",            // never a default by itself
-                          "priority.driver", "1",             // drives only when nothing real does
-                          "session.suspend-timeout-seconds", "0", "state.restore-props",
-                          "false",  // its volume is handed over at each start
-                          nullptr);
-    proxy_ = static_cast<pw_proxy*>(pw_core_create_object(
-        session_.core(), "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &properties->dict, 0));
-    pw_properties_free(properties);
+  // Another instance's node may go away while it is being looked at: then ours is made.
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    const auto isMissing = [this] { return proxy_ == nullptr && !isForeign(); };
+    if (isMissing()) {
+      create();
+    }
+    session_.waitUntil([&] { return node() != nullptr || isMissing(); }, kCreationSeconds);
+    if (node() != nullptr) {
+      reliedOn_ = node()->id;
+      return true;
+    }
   }
-  if (!session_.waitUntil([this] { return node() != nullptr; }, kCreationSeconds)) {
-    return false;
-  }
-  reliedOn_ = node()->id;
-  return true;
+  return false;
+}
+
+void LoopbackNode::create() {
+  static constexpr std::array kProperties = {
+      spa_dict_item{"factory.name", "support.null-audio-sink"},
+      spa_dict_item{PW_KEY_NODE_NAME, kLoopbackName.data()},
+      spa_dict_item{PW_KEY_NODE_DESCRIPTION, kLoopbackDescription.data()},
+      spa_dict_item{PW_KEY_MEDIA_CLASS, "Audio/Sink"},
+      spa_dict_item{"audio.position", "FL,FR"},
+      spa_dict_item{"audio.rate", "48000"},
+      spa_dict_item{PW_KEY_NODE_VIRTUAL, "true"},
+      // Its volume is the system's volume control, and is handed over at each start.
+      spa_dict_item{"monitor.channel-volumes", "true"},
+      spa_dict_item{"state.restore-props", "false"},
+      // Never a default by itself, and the graph's clock only where nothing real is.
+      spa_dict_item{"priority.session", "1"},
+      spa_dict_item{"priority.driver", "1"},
+      spa_dict_item{"session.suspend-timeout-seconds", "0"},
+  };
+  const spa_dict properties{0, kProperties.size(), kProperties.data()};
+  proxy_ = static_cast<pw_proxy*>(pw_core_create_object(
+      session_.core(), "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &properties, 0));
 }
 
 bool LoopbackNode::takeLoss() {

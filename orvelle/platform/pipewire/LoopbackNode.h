@@ -38,6 +38,8 @@ class LoopbackNode {
   bool takeLoss();
 
  private:
+  void create();
+
   Session& session_;
   pw_proxy* proxy_ = nullptr;
   std::optional<std::uint32_t> reliedOn_;  ///< the node's id in the session

@@ -117,7 +117,10 @@ void PipeWireHardware::Parts::sessionChanged(Change change) {
 
 AudioObjectID PipeWireHardware::Parts::defaultOutputID() const {
   const std::string name = defaultOutput.effective();
-  const Device* device = name.empty() ? nullptr : catalogue.deviceNamed(name);
+  // The session manager may take a moment to notice that the default output has gone. The catalogue
+  // would not tell: it lists the loopback always.
+  const Device* device =
+      session->nodeNamed(name) == nullptr ? nullptr : catalogue.deviceNamed(name);
   return device == nullptr ? kAudioObjectUnknown : device->id;
 }
 

@@ -1,0 +1,247 @@
+// Loudness is safety: what the real program does to mutes and volumes, and what is heard of it,
+// when others meddle.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include "tests/session/BoostSession.h"
+#include "tests/session/Probe.h"
+#include "tests/session/Recorder.h"
+
+namespace orvelle::rig {
+namespace {
+
+// A millisecond is one period, so that each whole one has the same peak.
+constexpr double toneHz = 1000.0;
+constexpr float toneAmplitude = 0.5F;
+constexpr double toleranceDb = 0.1;
+
+Signal tone() {
+  return sineSignal(toneHz, toneAmplitude);
+}
+
+/// What an output at this volume (as mixers show it) makes of the tone.
+double toneDbfsAt(float volume) {
+  return toDecibels(static_cast<double>(toneAmplitude * volume * volume * volume));
+}
+
+const SessionOptions twoOutputs{
+    .standIns = {usbOutput(),
+                 {.name = "hw_speaker", .description = "Speaker", .bus = "pci", .priority = 900}}};
+
+/// Level of the tone, from a tenth of a second in which the player missed no cycle.
+double levelNow(const Recorder& recorder) {
+  constexpr int attempts = 20;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    if (!recorder.waitFor(milliseconds(150))) {
+      break;
+    }
+    const Recording recording = recorder.take();
+    const SineFit fit = fitSine(recording.channel("FL").last(4800), toneHz, recording.rate());
+    if (fit.residualPeak < 1e-3 * fit.amplitude) {
+      return fit.levelDbfs();
+    }
+  }
+  throw std::runtime_error("no tenth of a second with nothing but the tone");
+}
+
+struct Excess {
+  double decibels = 0.0;      ///< of the loudest sample; negative when all are quieter
+  double milliseconds = 0.0;  ///< with a peak beyond the tolerance
+};
+
+/// How much louder than a level, and how long, a recording was.
+Excess excessOver(double levelDbfs, const Recording& recording) {
+  const std::vector<float> peaks = peakPerMillisecond(recording.channel("FL"), recording.rate());
+  const auto above = [&](float peak) { return toDecibels(static_cast<double>(peak)) - levelDbfs; };
+  const auto louder =
+      std::ranges::count_if(peaks, [&](float peak) { return above(peak) > toleranceDb; });
+  return {above(*std::ranges::max_element(peaks)), static_cast<double>(louder)};
+}
+
+/// Checks that nothing was louder at any time.
+void expectNeverAbove(double levelDbfs, const Recorder& recorder, const std::string& name) {
+  const Excess excess = excessOver(levelDbfs, recorder.take());
+  report(name + " louder by", excess.decibels, "dB");
+  report(name + " louder for", excess.milliseconds, "ms");
+  EXPECT_LT(excess.decibels, toleranceDb) << name << " for " << excess.milliseconds << " ms";
+}
+
+void expectVolume(BoostSession& session, const std::string& node, float volume, bool isMuted) {
+  const NodeVolume level = session.panel().volume(node);
+  EXPECT_NEAR(level.cubic(), volume, 1e-4F) << node;
+  EXPECT_EQ(level.isMuted, isMuted) << node;
+}
+
+/// Boosts into a muted output.
+void expectMuteTravels(const std::string& output, float volume,
+                       const std::vector<std::string>& words) {
+  BoostSession session(twoOutputs);
+  DesktopPanel& panel = session.panel();
+  panel.setVolume("hw_usb", 0.4F);
+  panel.setVolume("hw_speaker", 0.6F);
+  panel.setMute(output, true);
+  Recorder recorder(output);
+  const Probe probe(tone(), {});
+  const auto boost = session.boost("1.0", words);
+  ASSERT_TRUE(recorder.waitFor(milliseconds(500)));
+  EXPECT_EQ(peak(recorder.take().channel("FL")), 0.0F) << "heard although muted";
+  expectVolume(session, loopbackName, 0.4F, true);
+  expectVolume(session, output, 1.0F, false);
+
+  panel.setMute(loopbackName, false);
+  EXPECT_NEAR(levelNow(recorder), toneDbfsAt(0.4F), toleranceDb);
+  BoostSession::interrupt(*boost);
+  EXPECT_TRUE(panel.waitForDefault("hw_usb", patience));
+  expectVolume(session, output, volume, true);
+  expectNeverAbove(toneDbfsAt(0.4F), recorder, output);
+  recorder.forget();
+  ASSERT_TRUE(recorder.waitFor(milliseconds(200)));
+  EXPECT_EQ(peak(recorder.take().channel("FL")), 0.0F) << "heard after the end";
+}
+
+// Would catch a boost that unmutes what the user has silenced, a mute that the system's control
+// cannot reach, and one that is lost at the end.
+TEST(BoostSafety, MuteOfTheDefaultTravels) {
+  expectMuteTravels("hw_usb", 0.4F, {});
+}
+
+// Would catch a muted output that is unmuted because the default is not muted.
+TEST(BoostSafety, MuteOfAnotherOutputTravels) {
+  expectMuteTravels("hw_speaker", 0.6F, {"--output", "hw_speaker"});
+}
+
+struct MeterLine {
+  int callbacks = 0;
+  double peak = 0.0;
+};
+
+std::vector<MeterLine> meterLines(const Subprocess& boost) {
+  std::vector<MeterLine> meter;
+  for (const OutputLine& line : boost.lines()) {
+    std::istringstream words(line.text);
+    std::string in;
+    std::string unit;
+    std::string label;
+    MeterLine figures;
+    if (words >> in >> figures.callbacks >> unit >> label >> figures.peak && unit == "cb/s") {
+      meter.push_back(figures);
+    }
+  }
+  return meter;
+}
+
+// Would catch a graph that falls asleep in silence, which leaves the meter at the last loud peak.
+TEST(BoostSafety, TheMeterFallsInSilence) {
+  BoostSession session(twoOutputs);  // no recorder: it would keep the output awake
+  const auto boost = session.boost("1.0");
+  const auto waitForLines = [&](std::size_t count) {
+    return SessionClient::waitFor([&] { return meterLines(*boost).size() >= count; }, patience);
+  };
+  {
+    const Probe probe(tone(), {});
+    ASSERT_TRUE(waitForLines(1));
+  }
+  const std::size_t sounding = meterLines(*boost).size();
+  ASSERT_TRUE(waitForLines(sounding + 3));
+  const std::vector<MeterLine> meter = meterLines(*boost);
+  EXPECT_NEAR(meter.front().peak, static_cast<double>(toneAmplitude), 0.001);
+  // The line after the sound holds its end.
+  for (std::size_t line = sounding + 1; line < sounding + 3; ++line) {
+    EXPECT_GT(meter[line].callbacks, 40) << line;
+    EXPECT_EQ(meter[line].peak, 0.0) << line;
+  }
+  report("callbacks in silence", meter.back().callbacks, "a second");
+  BoostSession::interrupt(*boost);
+}
+
+/// Removes a node as a session tool does at the user's command.
+void destroyNode(const SessionClient& session, const std::string& name) {
+  const auto node = session.node(name);
+  ASSERT_TRUE(node.has_value()) << name;
+  const SessionClient::Lock lock(session);
+  pw_registry_destroy(session.registry(), node->id);
+}
+
+// Would catch an output that stays raised while applications play straight into it, and a boost
+// that does not find its way back or comes back at another level.
+TEST(BoostSafety, OutlivesItsLoopback) {
+  BoostSession session(twoOutputs);
+  DesktopPanel& panel = session.panel();
+  panel.setVolume("hw_usb", 0.4F);
+  Recorder recorder("hw_usb");
+  const Probe probe(tone(), {});
+  const auto boost = session.boost("1.0");
+  EXPECT_NEAR(levelNow(recorder), toneDbfsAt(0.4F), toleranceDb);
+
+  recorder.forget();
+  const std::size_t changes = panel.defaultChanges().size();
+  destroyNode(panel.session(), loopbackName);
+  EXPECT_TRUE(SessionClient::waitFor(
+      [&] {
+        return panel.defaultChanges().size() > changes && panel.defaultSink() == loopbackName;
+      },
+      patience))
+      << panel.defaultSink();
+  ASSERT_TRUE(recorder.waitFor(milliseconds(500)));
+  ASSERT_FALSE(boost->wait(milliseconds(0)).has_value()) << boost->standardError();
+  expectVolume(session, "hw_usb", 1.0F, false);
+  expectVolume(session, loopbackName, 0.4F, false);
+  const double after = levelNow(recorder);
+  const Recording recording = recorder.take();
+  const Excess excess = excessOver(toneDbfsAt(0.4F), recording);
+  report("level after", after, "dBFS");
+  report("louder than before by", excess.decibels, "dB");
+  report("louder than before for", excess.milliseconds, "ms");
+  report("longest gap", longestGapMs(recording.channel("FL"), recording.rate(), 1e-4F), "ms");
+  EXPECT_NEAR(after, toneDbfsAt(0.4F), toleranceDb);
+  EXPECT_LE(excess.milliseconds, 50.0) << "by " << excess.decibels << " dB";
+
+  recorder.forget();
+  BoostSession::interrupt(*boost);
+  EXPECT_TRUE(panel.waitForDefault("hw_usb", patience));
+  expectVolume(session, "hw_usb", 0.4F, false);
+  EXPECT_NEAR(levelNow(recorder), toneDbfsAt(0.4F), toleranceDb);
+  expectNeverAbove(toneDbfsAt(0.4F), recorder, "the end");
+}
+
+// Would catch two boosts that add up, one that feeds back, and a refusal that takes the default
+// away from the one that runs: applications would play straight into its raised output.
+TEST(BoostSafety, ASecondBoostIsRefused) {
+  BoostSession session(twoOutputs);
+  DesktopPanel& panel = session.panel();
+  panel.setVolume("hw_usb", 0.4F);
+  panel.setVolume("hw_speaker", 0.5F);
+  Recorder recorder("hw_usb");
+  const Probe probe(tone(), {});
+  const auto first = session.boost("1.0");
+  EXPECT_NEAR(levelNow(recorder), toneDbfsAt(0.4F), toleranceDb);
+  const std::vector<std::string> words = {"boost", "--input", loopbackName, "--gain", "1.0"};
+  for (const std::string output : {"hw_usb", "hw_speaker", ""}) {
+    SCOPED_TRACE(output.empty() ? "the default" : output);
+    std::vector<std::string> furtherWords = words;
+    if (!output.empty()) {
+      furtherWords.insert(furtherWords.end(), {"--output", output});
+    }
+    const auto second = session.run(furtherWords);
+    EXPECT_EQ(second->wait(patience), 1) << second->standardOutput();
+    EXPECT_TRUE(second->standardError().starts_with("Boost failed: ")) << second->standardError();
+    ASSERT_TRUE(recorder.waitFor(milliseconds(300)));
+    EXPECT_NEAR(levelNow(recorder), toneDbfsAt(0.4F), toleranceDb);
+    EXPECT_EQ(panel.defaultSink(), loopbackName);
+    expectVolume(session, "hw_usb", 1.0F, false);
+    expectVolume(session, "hw_speaker", 0.5F, false);
+    expectVolume(session, loopbackName, 0.4F, false);
+  }
+  BoostSession::interrupt(*first);
+  EXPECT_TRUE(panel.waitForDefault("hw_usb", patience));
+  expectVolume(session, "hw_usb", 0.4F, false);
+  EXPECT_NEAR(levelNow(recorder), toneDbfsAt(0.4F), toleranceDb);
+  expectNeverAbove(toneDbfsAt(0.4F), recorder, "hw_usb");
+}
+
+}  // namespace
+}  // namespace orvelle::rig
