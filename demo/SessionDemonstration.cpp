@@ -14,12 +14,12 @@
 #include <vector>
 
 #include "demo/Music.h"
-#include "tests/session/DesktopPanel.h"
-#include "tests/session/Measurement.h"
-#include "tests/session/PrivateSession.h"
-#include "tests/session/Recorder.h"
-#include "tests/session/Subprocess.h"
-#include "tests/session/WaveFile.h"
+#include "instruments/DesktopPanel.h"
+#include "instruments/Measurement.h"
+#include "instruments/PrivateSession.h"
+#include "instruments/Recorder.h"
+#include "instruments/Subprocess.h"
+#include "instruments/WaveFile.h"
 
 namespace orvelle::demo {
 
@@ -35,8 +35,8 @@ constexpr float kSoundBelowPeak = 1e-2F;  // -40 dB: where the sound begins and 
 
 volatile std::sig_atomic_t interrupted = 0;
 
-rig::SessionOptions outputsOfALaptop() {
-  rig::SessionOptions options;
+instruments::SessionOptions outputsOfALaptop() {
+  instruments::SessionOptions options;
   options.standIns = {
       {.name = kOutput, .description = "USB Headphones (stand-in)", .bus = "usb", .priority = 1200},
       {.name = "standin_speakers", .description = "Speakers (stand-in)", .bus = "pci"},
@@ -52,10 +52,10 @@ rig::SessionOptions outputsOfALaptop() {
 /// Prints what a process writes, as it comes.
 class Echo {
  public:
-  explicit Echo(const rig::Subprocess& process) : process_(process) {}
+  explicit Echo(const instruments::Subprocess& process) : process_(process) {}
 
   void printNewLines() {
-    const std::vector<rig::OutputLine> lines = process_.lines();
+    const std::vector<instruments::OutputLine> lines = process_.lines();
     for (; printed_ < lines.size(); ++printed_) {
       std::printf("  %s\n", lines[printed_].text.c_str());
     }
@@ -63,12 +63,12 @@ class Echo {
   }
 
  private:
-  const rig::Subprocess& process_;
+  const instruments::Subprocess& process_;
   std::size_t printed_ = 0;
 };
 
 /// Waits for the end of `process` while `echo` goes on; throws when it fails or takes too long.
-void waitForSuccess(rig::Subprocess& process, Echo& echo, std::chrono::seconds limit) {
+void waitForSuccess(instruments::Subprocess& process, Echo& echo, std::chrono::seconds limit) {
   const auto end = std::chrono::steady_clock::now() + limit;
   std::optional<int> status;
   while (!(status = process.wait(milliseconds(50)))) {
@@ -87,10 +87,10 @@ void waitForSuccess(rig::Subprocess& process, Echo& echo, std::chrono::seconds l
 }
 
 /// Plays `music` on the default output and captures what arrives at the real one.
-rig::Recording playAndRecord(const rig::PrivateSession& session, const std::string& music,
-                             Echo* boostEcho) {
-  const rig::Recorder recorder(kOutput);
-  rig::Subprocess player({"pw-play", music}, session.environment());
+instruments::Recording playAndRecord(const instruments::PrivateSession& session,
+                                     const std::string& music, Echo* boostEcho) {
+  const instruments::Recorder recorder(kOutput);
+  instruments::Subprocess player({"pw-play", music}, session.environment());
   Echo playerEcho(player);
   waitForSuccess(player, boostEcho == nullptr ? playerEcho : *boostEcho, std::chrono::seconds(20));
   if (!recorder.waitFor(milliseconds(200))) {
@@ -99,18 +99,18 @@ rig::Recording playAndRecord(const rig::PrivateSession& session, const std::stri
   return recorder.take();
 }
 
-rig::Recording playBoosted(const rig::PrivateSession& session, const std::string& program,
-                           const std::string& music) {
-  rig::Subprocess boost({program, "boost", "--input", "OrvelleAudioDevice_UID", "--gain",
-                         std::to_string(static_cast<int>(kGain))},
-                        session.environment());
+instruments::Recording playBoosted(const instruments::PrivateSession& session,
+                                   const std::string& program, const std::string& music) {
+  instruments::Subprocess boost({program, "boost", "--input", "OrvelleAudioDevice_UID", "--gain",
+                                 std::to_string(static_cast<int>(kGain))},
+                                session.environment());
   Echo echo(boost);
   const bool isRunning = boost.waitForLine("Ctrl-C to stop.", milliseconds(5000)).has_value();
   echo.printNewLines();
   if (!isRunning) {
     throw std::runtime_error("the boost does not start");
   }
-  rig::Recording recording = playAndRecord(session, music, &echo);
+  instruments::Recording recording = playAndRecord(session, music, &echo);
   boost.signal(SIGINT);
   waitForSuccess(boost, echo, std::chrono::seconds(5));
   return recording;
@@ -122,30 +122,31 @@ struct Level {
 };
 
 /// Over both channels, from the first sound to the last.
-Level measure(const rig::Recording& recording) {
+Level measure(const instruments::Recording& recording) {
   float peak = 0.0F;
   for (const std::vector<float>& channel : recording.channels) {
-    peak = std::max(peak, rig::peak(channel));
+    peak = std::max(peak, instruments::peak(channel));
   }
   const float threshold = peak * kSoundBelowPeak;
   double squares = 0.0;
   double samples = 0.0;
   for (const std::vector<float>& channel : recording.channels) {
-    const std::size_t end = rig::endOfSound(channel, threshold);
-    const std::size_t first = std::min(end, rig::firstAbove(channel, threshold).value_or(end));
+    const std::size_t end = instruments::endOfSound(channel, threshold);
+    const std::size_t first =
+        std::min(end, instruments::firstAbove(channel, threshold).value_or(end));
     for (const float sample : std::span(channel).subspan(first, end - first)) {
       squares += static_cast<double>(sample) * static_cast<double>(sample);
       samples += 1.0;
     }
   }
-  return {rig::toDecibels(std::sqrt(squares / std::max(samples, 1.0))),
-          rig::toDecibels(static_cast<double>(peak))};
+  return {instruments::toDecibels(std::sqrt(squares / std::max(samples, 1.0))),
+          instruments::toDecibels(static_cast<double>(peak))};
 }
 
 /// Prints the comparison; says whether the boost has done what it was asked.
 bool report(const Level& before, const Level& after, const std::filesystem::path& directory) {
   constexpr double toleranceDb = 0.1;
-  const double gainDb = rig::toDecibels(static_cast<double>(kGain));
+  const double gainDb = instruments::toDecibels(static_cast<double>(kGain));
   const double differenceDb = after.rmsDbfs - before.rmsDbfs;
   std::printf("Measured at the headphones (dBFS):\n");
   std::printf("  before: %6.2f dB level, %6.2f dB peak   %s\n", before.rmsDbfs, before.peakDbfs,
@@ -156,29 +157,31 @@ bool report(const Level& before, const Level& after, const std::filesystem::path
   return std::abs(differenceDb - gainDb) < toleranceDb;
 }
 
-void writeRecording(const std::filesystem::path& path, const rig::Recording& recording) {
-  rig::writeWave(path, {.rate = static_cast<int>(recording.rate()), .channels = recording.channels},
-                 rig::WaveFormat::float32);
+void writeRecording(const std::filesystem::path& path, const instruments::Recording& recording) {
+  instruments::writeWave(
+      path, {.rate = static_cast<int>(recording.rate()), .channels = recording.channels},
+      instruments::WaveFormat::float32);
 }
 
 int demonstrate(const std::string& program, const std::filesystem::path& directory) {
   std::filesystem::create_directories(directory);
-  const rig::PrivateSession session(outputsOfALaptop());
-  rig::DesktopPanel().setVolume(kOutput, kOutputVolume);
+  const instruments::PrivateSession session(outputsOfALaptop());
+  instruments::DesktopPanel().setVolume(kOutput, kOutputVolume);
   const Music music = composeMusic(kMusicPeakDbfs);
   const std::filesystem::path musicPath = session.directory() / "music.wav";
-  rig::writeWave(musicPath, {.rate = Music::sampleRate, .channels = {music.left, music.right}},
-                 rig::WaveFormat::float32);
+  instruments::writeWave(musicPath,
+                         {.rate = Music::sampleRate, .channels = {music.left, music.right}},
+                         instruments::WaveFormat::float32);
 
   std::printf("A private session with stand-in devices, as the program sees it:\n");
-  rig::Subprocess list({program, "list"}, session.environment());
+  instruments::Subprocess list({program, "list"}, session.environment());
   Echo listEcho(list);
   waitForSuccess(list, listEcho, std::chrono::seconds(5));
 
   std::printf("\nMusic without the boost ...\n");
-  const rig::Recording before = playAndRecord(session, musicPath, nullptr);
+  const instruments::Recording before = playAndRecord(session, musicPath, nullptr);
   std::printf("The same music with it:\n");
-  const rig::Recording after = playBoosted(session, program, musicPath);
+  const instruments::Recording after = playBoosted(session, program, musicPath);
   writeRecording(directory / "before.wav", before);
   writeRecording(directory / "after.wav", after);
   std::printf("\n");

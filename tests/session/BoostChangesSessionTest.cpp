@@ -9,16 +9,16 @@
 #include <limits>
 #include <thread>
 
+#include "instruments/HotPlug.h"
+#include "instruments/Probe.h"
+#include "instruments/Recorder.h"
 #include "orvelle/BoostEngine.h"
 #include "orvelle/platform/pipewire/PipeWireHardware.h"
 #include "orvelle/platform/simulated/ManualQueue.h"
 #include "orvelle/platform/simulated/RecordingConsole.h"
 #include "tests/session/BoostSession.h"
-#include "tests/session/HotPlug.h"
-#include "tests/session/Probe.h"
-#include "tests/session/Recorder.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 const SessionOptions oneOutput{.standIns = {usbOutput()}};
@@ -288,4 +288,4 @@ TEST(BoostChanges, TwoHundredStartsLeaveNothing) {
 }
 
 }  // namespace
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

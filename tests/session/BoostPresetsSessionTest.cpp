@@ -9,16 +9,16 @@
 #include <utility>
 #include <vector>
 
+#include "instruments/Probe.h"
+#include "instruments/Recorder.h"
 #include "orvelle/BoostEngine.h"
 #include "orvelle/EQPreset.h"
 #include "orvelle/platform/pipewire/PipeWireHardware.h"
 #include "orvelle/platform/simulated/ManualQueue.h"
 #include "orvelle/platform/simulated/RecordingConsole.h"
 #include "tests/session/BoostSession.h"
-#include "tests/session/Probe.h"
-#include "tests/session/Recorder.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 constexpr double rateHz = 48000.0;
@@ -151,4 +151,4 @@ TEST(BoostPresets, SoundAsTheorySaysAtTheOutput) {
 }
 
 }  // namespace
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

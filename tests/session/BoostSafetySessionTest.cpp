@@ -7,11 +7,11 @@
 #include <stdexcept>
 #include <thread>
 
+#include "instruments/Probe.h"
+#include "instruments/Recorder.h"
 #include "tests/session/BoostSession.h"
-#include "tests/session/Probe.h"
-#include "tests/session/Recorder.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 // A millisecond is one period, so that each whole one has the same peak.
@@ -244,4 +244,4 @@ TEST(BoostSafety, ASecondBoostIsRefused) {
 }
 
 }  // namespace
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

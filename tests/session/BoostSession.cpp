@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "tests/session/Probe.h"
+#include "instruments/Probe.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 void report(const std::string& name, double value, const std::string& unit) {
   std::printf("measured: %s: %.4f %s\n", name.c_str(), value, unit.c_str());
@@ -99,4 +99,4 @@ bool BoostSession::returnsTo(const std::multiset<std::string>& expected) const {
   return SessionClient::waitFor([&] { return inventory() == expected; }, milliseconds(1000));
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

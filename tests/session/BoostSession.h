@@ -7,14 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "tests/session/DesktopPanel.h"
-#include "tests/session/Measurement.h"
-#include "tests/session/PrivateSession.h"
-#include "tests/session/Recording.h"
-#include "tests/session/Subprocess.h"
-#include "tests/session/WaveFile.h"
+#include "instruments/DesktopPanel.h"
+#include "instruments/Measurement.h"
+#include "instruments/PrivateSession.h"
+#include "instruments/Recording.h"
+#include "instruments/Subprocess.h"
+#include "instruments/WaveFile.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 inline constexpr const char* loopbackName = "OrvelleAudioDevice_UID";
 
@@ -62,4 +62,4 @@ class BoostSession {
   DesktopPanel panel_;
 };
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

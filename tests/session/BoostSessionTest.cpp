@@ -9,12 +9,12 @@
 #include <thread>
 #include <utility>
 
+#include "instruments/Probe.h"
+#include "instruments/Recorder.h"
 #include "tests/ScalarModel.h"
 #include "tests/session/BoostSession.h"
-#include "tests/session/Probe.h"
-#include "tests/session/Recorder.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 const SessionOptions oneOutput{.standIns = {usbOutput()}};
@@ -272,4 +272,4 @@ TEST(BoostSound, SurvivesChangesOfTheQuantum) {
 }
 
 }  // namespace
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -7,11 +7,11 @@
 #include <string_view>
 #include <thread>
 
+#include "instruments/Probe.h"
+#include "instruments/Recorder.h"
 #include "tests/session/BoostSession.h"
-#include "tests/session/Probe.h"
-#include "tests/session/Recorder.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 // Would catch a device that is missing or listed twice, a wrong mark, and a list that makes the
@@ -127,4 +127,4 @@ TEST(CommandsOnASession, NoSessionIsOneClearLine) {
 }
 
 }  // namespace
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

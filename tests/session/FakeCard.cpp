@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 constexpr int routeIndex = 4;
@@ -240,4 +240,4 @@ void FakeCard::emitRoute(int sequence) {
   spa_device_emit_result(&listeners_, sequence, 0, SPA_RESULT_TYPE_DEVICE_PARAMS, &result);
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

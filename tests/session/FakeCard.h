@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/session/SessionClient.h"
-#include "tests/session/SessionOptions.h"
+#include "instruments/SessionClient.h"
+#include "instruments/SessionOptions.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 /// What a program wrote to the card's route. Absent: not written.
 struct RouteRequest {
@@ -64,4 +64,4 @@ class FakeCard {
   std::vector<RouteRequest> requests_;
 };
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

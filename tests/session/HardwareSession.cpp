@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <thread>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 HardwareSession::HardwareSession(const SessionOptions& options)
     : session_(std::make_unique<PrivateSession>(options)),
@@ -71,4 +71,4 @@ AggregateDescription aggregateOf(const std::string& output, const std::string& i
   return description;
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

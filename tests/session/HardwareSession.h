@@ -5,14 +5,14 @@
 #include <memory>
 #include <string>
 
+#include "instruments/DesktopPanel.h"
+#include "instruments/HotPlug.h"
+#include "instruments/PrivateSession.h"
 #include "orvelle/HAL.h"
 #include "orvelle/platform/pipewire/PipeWireHardware.h"
 #include "orvelle/platform/simulated/ManualQueue.h"
-#include "tests/session/DesktopPanel.h"
-#include "tests/session/HotPlug.h"
-#include "tests/session/PrivateSession.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 inline constexpr const char* loopbackUID = "OrvelleAudioDevice_UID";
 inline constexpr PropertyAddress volumeOfOutput{kAudioDevicePropertyVolumeScalar,
@@ -55,4 +55,4 @@ class HardwareSession {
 /// An aggregate of an output, which drives it, with what it gets its sound from.
 AggregateDescription aggregateOf(const std::string& output, const std::string& input);
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

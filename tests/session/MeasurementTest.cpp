@@ -9,11 +9,11 @@
 #include <numbers>
 #include <random>
 
-#include "tests/session/Measurement.h"
-#include "tests/session/Recording.h"
-#include "tests/session/WaveFile.h"
+#include "instruments/Measurement.h"
+#include "instruments/Recording.h"
+#include "instruments/WaveFile.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 constexpr double rate = 48000.0;
@@ -173,4 +173,4 @@ TEST(Measurement, WaveFilesKeepTheirSamples) {
 }
 
 }  // namespace
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

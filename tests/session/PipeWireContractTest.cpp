@@ -4,12 +4,12 @@
 #include <map>
 #include <memory>
 
+#include "instruments/Probe.h"
+#include "instruments/Recorder.h"
 #include "tests/HardwareContract.h"
 #include "tests/session/HardwareSession.h"
-#include "tests/session/Probe.h"
-#include "tests/session/Recorder.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 StandIn standIn(const std::string& uid, const std::string& name, std::uint32_t transport) {
@@ -31,7 +31,7 @@ class PipeWireRig final : public HardwareRig {
     return session_.eventually(condition, timeoutSeconds);
   }
 
-  std::string loopbackUID() override { return rig::loopbackUID; }
+  std::string loopbackUID() override { return instruments::loopbackUID; }
 
   void plug(const std::string& uid, const std::string& name, std::uint32_t transportType) override {
     session_.plugs().plug(standIn(uid, name, transportType));
@@ -71,8 +71,8 @@ class PipeWireRig final : public HardwareRig {
     std::vector<std::string> names;
     for (const SessionObject& node : session_.panel().session().nodes()) {
       const std::string name = node.property(PW_KEY_NODE_NAME);
-      const bool isUnwantedLoopback =
-          name == rig::loopbackUID && session_.panel().defaultSink() != rig::loopbackUID;
+      const bool isUnwantedLoopback = name == instruments::loopbackUID &&
+                                      session_.panel().defaultSink() != instruments::loopbackUID;
       if (name == "contract.aggregate" || isUnwantedLoopback) {
         names.push_back(name);
       }
@@ -89,12 +89,13 @@ class PipeWireRig final : public HardwareRig {
 };
 
 }  // namespace
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments
 
 namespace orvelle {
 
 INSTANTIATE_TEST_SUITE_P(PipeWire, HardwareContract,
                          testing::Values(HardwareContractParam{
-                             "PipeWire", [] { return std::make_unique<rig::PipeWireRig>(); }}));
+                             "PipeWire",
+                             [] { return std::make_unique<instruments::PipeWireRig>(); }}));
 
 }  // namespace orvelle

@@ -9,11 +9,11 @@
 #include <cstring>
 #include <memory>
 
+#include "instruments/Probe.h"
+#include "instruments/Recorder.h"
 #include "tests/session/HardwareSession.h"
-#include "tests/session/Probe.h"
-#include "tests/session/Recorder.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 using Seconds = std::chrono::duration<double>;
@@ -372,4 +372,4 @@ TEST(SessionCallbacks, TheSessionMayEnd) {
 }
 
 }  // namespace
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -13,7 +13,7 @@
 #include "tests/session/FakeCard.h"
 #include "tests/session/HardwareSession.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 constexpr const char* output = "hw_output";
@@ -222,4 +222,4 @@ TEST(StoredVolume, ADeadProgramsRaiseIsForgottenByAReplug) {
 }
 
 }  // namespace
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

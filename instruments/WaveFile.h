@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <vector>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 enum class WaveFormat : std::uint8_t { integer16, float32 };
 
@@ -21,4 +21,4 @@ void writeWave(const std::filesystem::path& path, const WaveFile& wave, WaveForm
 /// every other format and for a file that is damaged.
 WaveFile readWave(const std::filesystem::path& path);
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

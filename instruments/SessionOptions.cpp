@@ -1,10 +1,10 @@
-#include "tests/session/SessionOptions.h"
+#include "instruments/SessionOptions.h"
 
 #include <fstream>
 #include <sstream>
 #include <string_view>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 void writeFile(const std::filesystem::path& path, std::string_view text) {
@@ -171,4 +171,4 @@ void writeSessionConfiguration(const std::filesystem::path& directory,
   writeFile(directory / "wireplumber/wireplumber.conf.d/session.conf", profileFragment);
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

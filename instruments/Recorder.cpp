@@ -1,10 +1,10 @@
-#include "tests/session/Recorder.h"
+#include "instruments/Recorder.h"
 
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 constexpr std::size_t ratedFramesPerSecond = 48000;
@@ -223,4 +223,4 @@ bool Recorder::waitFor(std::chrono::milliseconds duration) const {
   return SessionClient::waitFor(enough, 2 * duration + startLimit);
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 using Samples = std::span<const float>;
 
@@ -65,4 +65,4 @@ struct Difference {
 };
 Difference compare(Samples one, Samples other);
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -1,10 +1,10 @@
-#include "tests/session/HotPlug.h"
+#include "instruments/HotPlug.h"
 
 #include <stdexcept>
 
-#include "tests/session/Subprocess.h"
+#include "instruments/Subprocess.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 constexpr std::chrono::milliseconds limit{2000};
 }
@@ -68,4 +68,4 @@ std::size_t HotPlug::portCount(const std::string& name) const {
   return count;
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/session/Measurement.h"
+#include "instruments/Measurement.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 /// One cycle of the session's graph. What a cycle brings was played in the cycle before, so that it
 /// has that one's length where the length changes.
@@ -55,4 +55,4 @@ struct Recording {
   [[nodiscard]] const Cycle& cycleOf(std::size_t frame) const;
 };
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

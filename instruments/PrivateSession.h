@@ -6,11 +6,11 @@
 #include <memory>
 #include <string>
 
-#include "tests/session/SessionClient.h"
-#include "tests/session/SessionOptions.h"
-#include "tests/session/Subprocess.h"
+#include "instruments/SessionClient.h"
+#include "instruments/SessionOptions.h"
+#include "instruments/Subprocess.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 /// A directory of its own under a short path (socket names are limited), mode 700, removed with its
 /// owner.
@@ -75,4 +75,4 @@ class PrivateSession {
   double startSeconds_ = 0.0;
 };
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

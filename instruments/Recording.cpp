@@ -1,10 +1,10 @@
-#include "tests/session/Recording.h"
+#include "instruments/Recording.h"
 
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 double nanosecondsOf(double frames, std::uint32_t rate) {
@@ -74,4 +74,4 @@ std::vector<Gap> Recording::gaps() const {
   return found;
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

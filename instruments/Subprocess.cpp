@@ -1,4 +1,4 @@
-#include "tests/session/Subprocess.h"
+#include "instruments/Subprocess.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -17,7 +17,7 @@
 #include <system_error>
 #include <utility>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 void throwIfFailed(int error, const std::string& what) {
@@ -258,4 +258,4 @@ void Subprocess::publishExit() {
   process_.reset();
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -1,4 +1,4 @@
-#include "tests/session/WaveFile.h"
+#include "instruments/WaveFile.h"
 
 #include <algorithm>
 #include <array>
@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 static_assert(std::endian::native == std::endian::little, "WAV files are little endian");
@@ -140,4 +140,4 @@ WaveFile readWave(const std::filesystem::path& path) {
   return wave;
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -1,4 +1,4 @@
-#include "tests/session/DesktopPanel.h"
+#include "instruments/DesktopPanel.h"
 
 #include <spa/param/props.h>
 #include <spa/pod/builder.h>
@@ -9,10 +9,10 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "tests/session/Probe.h"
-#include "tests/session/Subprocess.h"
+#include "instruments/Probe.h"
+#include "instruments/Subprocess.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 /// The value of "name" in a small JSON object; empty when there is none.
@@ -269,4 +269,4 @@ void DesktopPanel::forceQuantum(int frames) {
   setMetadata(settings_, "clock.force-quantum", "", std::to_string(frames));
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

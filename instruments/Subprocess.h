@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 using Environment = std::map<std::string, std::string>;
 using std::chrono::milliseconds;
@@ -114,4 +114,4 @@ class Subprocess {
   std::int64_t exitNs_ = 0;
 };
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -12,10 +12,10 @@
 #include <string>
 #include <string_view>
 
-#include "tests/session/Recording.h"
-#include "tests/session/SessionClient.h"
+#include "instruments/Recording.h"
+#include "instruments/SessionClient.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 /// One frame that is about to be played.
 struct PlayedFrame {
@@ -85,4 +85,4 @@ class Probe {
   spa_hook streamListener_{};
 };
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -1,4 +1,4 @@
-#include "tests/session/Measurement.h"
+#include "instruments/Measurement.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,7 @@
 #include <numbers>
 #include <stdexcept>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 using Spectrum = std::vector<std::complex<double>>;
@@ -233,4 +233,4 @@ Difference compare(Samples one, Samples other) {
   return difference;
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

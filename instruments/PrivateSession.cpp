@@ -1,4 +1,4 @@
-#include "tests/session/PrivateSession.h"
+#include "instruments/PrivateSession.h"
 
 #include <stdlib.h>  // NOLINT(modernize-deprecated-headers): setenv, mkdtemp
 #include <sys/socket.h>
@@ -16,9 +16,9 @@
 #include <thread>
 #include <utility>
 
-#include "tests/session/DesktopPanel.h"
+#include "instruments/DesktopPanel.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 constexpr milliseconds readinessLimit{10'000};
@@ -185,4 +185,4 @@ void PrivateSession::restartSessionManager() {
   sessionManager_ = startServer("wireplumber");
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -12,9 +12,9 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/session/SessionClient.h"
+#include "instruments/SessionClient.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 /// Volume and mute of a node as the session holds them.
 struct NodeVolume {
@@ -81,4 +81,4 @@ class DesktopPanel : private SessionObserver {
   SessionClient client_;
 };
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 /// A null sink that a session takes for an output device. Its monitor carries what the device would
 /// play, after the device's own volume and mute.
@@ -39,4 +39,4 @@ struct SessionOptions {
 void writeSessionConfiguration(const std::filesystem::path& directory,
                                const SessionOptions& options);
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

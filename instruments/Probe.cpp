@@ -1,4 +1,4 @@
-#include "tests/session/Probe.h"
+#include "instruments/Probe.h"
 
 #include <spa/param/audio/format-utils.h>
 
@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 constexpr std::uint32_t channelCount = 2;
@@ -166,4 +166,4 @@ void Probe::process() noexcept {
   pw_stream_queue_buffer(stream_.get(), buffer);
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -1,4 +1,4 @@
-// The rig itself: what the other session tests believe of it is proven here.
+// The instruments themselves: what other tests believe of them is proven here.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -8,14 +8,14 @@
 #include <fstream>
 #include <thread>
 
-#include "tests/session/DesktopPanel.h"
-#include "tests/session/HotPlug.h"
-#include "tests/session/PrivateSession.h"
-#include "tests/session/Probe.h"
-#include "tests/session/Recorder.h"
-#include "tests/session/WaveFile.h"
+#include "instruments/DesktopPanel.h"
+#include "instruments/HotPlug.h"
+#include "instruments/PrivateSession.h"
+#include "instruments/Probe.h"
+#include "instruments/Recorder.h"
+#include "instruments/WaveFile.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 namespace {
 
 using std::chrono::seconds;
@@ -91,7 +91,7 @@ TEST(Subprocess, TellsHowAProcessEndsAndLeavesNoneBehind) {
 }
 
 // Would catch a player or recorder that does not tell the truth about level, purity or volume.
-TEST(Rig, RecordsThePlayersExactLevel) {
+TEST(Instruments, RecordsThePlayersExactLevel) {
   const PrivateSession session({.standIns = {usb()}});
   std::printf("measured: session ready after %.0f ms\n", session.startSeconds() * 1e3);
   EXPECT_LT(session.startSeconds(), 2.0);
@@ -133,7 +133,7 @@ TEST(Rig, RecordsThePlayersExactLevel) {
 // Would catch instruments that add a delay of their own, or one that changes with the cycle length:
 // added latency is measured against this path. The monitor of the output that drives the graph is
 // heard in the cycle after, whatever plays into it.
-TEST(Rig, KnowsTheDelayOfTheDirectPath) {
+TEST(Instruments, KnowsTheDelayOfTheDirectPath) {
   const PrivateSession session({.standIns = {usb()}});
   DesktopPanel panel;
   for (const int quantum : {64, 256, 1024}) {
@@ -153,7 +153,7 @@ TEST(Rig, KnowsTheDelayOfTheDirectPath) {
 
 // Would catch a gap that the recording glosses over: one second of nothing while a player is
 // stopped, and cycles that the recorder itself slept through.
-TEST(Rig, NoticesAGap) {
+TEST(Instruments, NoticesAGap) {
   const PrivateSession session({.standIns = {usb()}});
   const auto file = session.directory() / "sine.wav";
   writeWave(file, referenceSine(), WaveFormat::float32);
@@ -174,7 +174,7 @@ TEST(Rig, NoticesAGap) {
 
 // Would catch an output that comes without becoming default, a stream that stays behind, and a
 // recorder that does not find its output again.
-TEST(Rig, PlugsOutputsInAndOut) {
+TEST(Instruments, PlugsOutputsInAndOut) {
   const PrivateSession session({.standIns = {speaker()}});
   DesktopPanel panel;
   HotPlug plugs;
@@ -211,7 +211,7 @@ TEST(Rig, PlugsOutputsInAndOut) {
 }
 
 // Would catch a session that survives its test in a process, a file or this process's environment.
-TEST(Rig, LeavesNothingBehind) {
+TEST(Instruments, LeavesNothingBehind) {
   setenv("PIPEWIRE_REMOTE", "somewhere-else", 1);
   std::filesystem::path directory;
   std::vector<pid_t> servers;
@@ -239,4 +239,4 @@ TEST(Rig, LeavesNothingBehind) {
 }
 
 }  // namespace
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -12,10 +12,10 @@
 #include <utility>
 #include <vector>
 
-#include "tests/session/Recording.h"
-#include "tests/session/SessionClient.h"
+#include "instruments/Recording.h"
+#include "instruments/SessionClient.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 /// Records all monitor channels of one output from construction on. When the output goes and
 /// returns, it is linked again without anybody's doing. Keeps its output running.
@@ -80,4 +80,4 @@ class Recorder : private SessionObserver {
   spa_hook filterListener_{};
 };
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

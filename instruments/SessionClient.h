@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 /// Something that the session publishes: a node, port, link, client, device, metadata.
 struct SessionObject {
@@ -106,4 +106,4 @@ class SessionClient {
   bool lost_ = false;
 };
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -7,10 +7,10 @@
 #include <map>
 #include <string>
 
-#include "tests/session/SessionClient.h"
-#include "tests/session/SessionOptions.h"
+#include "instruments/SessionClient.h"
+#include "instruments/SessionOptions.h"
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 class HotPlug {
  public:
@@ -33,4 +33,4 @@ class HotPlug {
   std::map<std::string, pw_proxy*> plugged_;
 };
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments

@@ -1,11 +1,11 @@
-#include "tests/session/SessionClient.h"
+#include "instruments/SessionClient.h"
 
 #include <cerrno>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
 
-namespace orvelle::rig {
+namespace orvelle::instruments {
 
 struct SessionClient::Events {
   static void done(void* data, std::uint32_t id, int sequence) {
@@ -165,4 +165,4 @@ bool SessionClient::waitFor(const std::function<bool()>& condition,
   return true;
 }
 
-}  // namespace orvelle::rig
+}  // namespace orvelle::instruments
