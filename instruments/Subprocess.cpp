@@ -104,13 +104,13 @@ Subprocess::~Subprocess() {
 }
 
 void Subprocess::spawn(const std::vector<std::string>& command, const Environment& environment) {
-  auto [outputRead, outputWrite] = makePipe();
-  auto [errorRead, errorWrite] = makePipe();
+  auto output = makePipe();
+  auto error = makePipe();
 
   SpawnSettings settings;
   posix_spawn_file_actions_addopen(&settings.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&settings.actions, outputWrite.get(), STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&settings.actions, errorWrite.get(), STDERR_FILENO);
+  posix_spawn_file_actions_adddup2(&settings.actions, output.second.get(), STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&settings.actions, error.second.get(), STDERR_FILENO);
   sigset_t none;
   sigset_t all;
   sigemptyset(&none);
@@ -132,8 +132,8 @@ void Subprocess::spawn(const std::vector<std::string>& command, const Environmen
       posix_spawnp(&pid_, arguments.front().c_str(), &settings.actions, &settings.attributes,
                    pointersTo(arguments).data(), pointersTo(variables).data()),
       "cannot start " + command.front());
-  output_.pipe = std::move(outputRead);
-  error_.pipe = std::move(errorRead);
+  output_.pipe = std::move(output.first);
+  error_.pipe = std::move(error.first);
   fcntl(output_.pipe.get(), F_SETFL, O_NONBLOCK);
   fcntl(error_.pipe.get(), F_SETFL, O_NONBLOCK);
 }

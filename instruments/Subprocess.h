@@ -38,7 +38,7 @@ class FileDescriptor {
   void reset();
 
  private:
-  int descriptor_;
+  int descriptor_ = -1;
 };
 
 /// One line that a process wrote, without its line break.
