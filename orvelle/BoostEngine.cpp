@@ -247,16 +247,15 @@ void BoostEngine::resume() {
   }
 }
 
-/// False when that failed. The output is then as it was before, and the next change tries again.
-bool BoostEngine::rebuild(const std::string& outputUID) {
+/// Where that fails the output is as it was before, and the next change tries again.
+void BoostEngine::rebuild(const std::string& outputUID) {
   try {
     buildAndStart(outputUID);
   } catch (const EngineError&) {
     teardownAggregate();
-    return false;
+    return;
   }
   reassertLoopbackDefault();
-  return true;
 }
 
 // Real output

@@ -95,7 +95,7 @@ class BoostEngine final : public BoostRender {
   void deviceListChanged();
   [[nodiscard]] std::vector<AudioObjectID> foreignDevices() const;
   void resume();
-  bool rebuild(const std::string& outputUID);
+  void rebuild(const std::string& outputUID);
 
   void raiseOutput(AudioObjectID output, const std::string& outputUID);
   bool handMuteToLoopback(const std::string& outputUID);
