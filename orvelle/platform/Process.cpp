@@ -2,10 +2,29 @@
 
 #include <unistd.h>
 
+#include <fstream>
+#include <string>
+
 namespace orvelle {
 
 int currentProcessID() {
   return getpid();
+}
+
+std::optional<std::uint64_t> processStartTime(std::int32_t pid) {
+  // proc(5): field 22. The second one is the name in brackets, which may contain anything.
+  constexpr int fieldsBetween = 19;
+  std::ifstream status("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  if (!std::getline(status, line) || line.rfind(')') == std::string::npos) {
+    return std::nullopt;
+  }
+  std::size_t position = line.rfind(')') + 1;
+  for (int field = 0; field < fieldsBetween && position != std::string::npos; ++field) {
+    position = line.find(' ', position + 1);
+  }
+  return position == std::string::npos ? std::nullopt
+                                       : std::optional(std::stoull(line.substr(position)));
 }
 
 }  // namespace orvelle

@@ -10,18 +10,24 @@ namespace orvelle::pipewire {
 namespace {
 
 constexpr double kLinkSeconds = 0.5;
-constexpr std::string_view kAggregatePrefix = "app.orvelle.aggregate.";
 
-std::string inputOf(const AggregateDescription& description) {
-  for (const SubDevice& member : description.subdevices) {
-    if (member.uid != description.master) {
-      return member.uid;
-    }
-  }
-  return {};
+const SubDevice* inputMember(const AggregateDescription& description) {
+  const auto found = std::ranges::find_if(description.subdevices, [&](const SubDevice& member) {
+    return member.uid != description.master;
+  });
+  return found == description.subdevices.end() ? nullptr : &*found;
 }
 
 }  // namespace
+
+AggregateDevices::~AggregateDevices() {
+  for (auto& [id, aggregate] : aggregates_) {
+    for (auto& [procID, proc] : aggregate.procs) {
+      proc.isStarted = false;
+    }
+  }
+  updateTaps();
+}
 
 OSStatus AggregateDevices::create(const AggregateDescription& description,
                                   AudioObjectID& aggregate) {
@@ -32,9 +38,15 @@ OSStatus AggregateDevices::create(const AggregateDescription& description,
       return kAudioHardwareIllegalOperationError;
     }
   }
-  if (!uids.contains(description.master) || !description.taps.empty() ||
-      isAnotherInstanceRunning(description)) {
+  const bool hasInput = inputMember(description) != nullptr;
+  if (!uids.contains(description.master) || (hasInput && isAnotherInstanceRunning(description))) {
     return kAudioHardwareIllegalOperationError;
+  }
+  if (description.taps.size() + (hasInput ? 1 : 0) > 1) {
+    return kAudioHardwareUnsupportedOperationError;  // a stream has one input
+  }
+  if (!description.taps.empty() && taps_.nodeName(description.taps.front().uid).empty()) {
+    return kAudioHardwareBadObjectError;
   }
   aggregate = nextID_();
   aggregates_[aggregate].description = description;
@@ -46,14 +58,28 @@ OSStatus AggregateDevices::create(const AggregateDescription& description,
 /// output without a loopback.
 bool AggregateDevices::isAnotherInstanceRunning(const AggregateDescription& description) const {
   return std::ranges::any_of(session_.nodes(), [&](const Node* node) {
-    return node->name().starts_with(kAggregatePrefix) && node->name() != description.uid;
+    return node->name().starts_with(kBoostPrefix) && node->name() != description.uid;
   });
 }
 
+std::string AggregateDevices::inputOf(const AggregateDescription& description) const {
+  if (!description.taps.empty()) {
+    return taps_.nodeName(description.taps.front().uid);
+  }
+  const SubDevice* member = inputMember(description);
+  return member == nullptr ? std::string{} : member->uid;
+}
+
 OSStatus AggregateDevices::destroy(AudioObjectID aggregate) {
-  // Taken out first: ending a stream lets the loop thread look at what is still in.
-  const auto ended = aggregates_.extract(aggregate);
-  return ended.empty() ? kAudioHardwareBadObjectError : kAudioHardwareNoError;
+  const auto found = aggregates_.find(aggregate);
+  if (found == aggregates_.end()) {
+    return kAudioHardwareBadObjectError;
+  }
+  for (auto& [procID, proc] : found->second.procs) {
+    end(found->second.description, proc);
+  }
+  aggregates_.erase(aggregate);
+  return kAudioHardwareNoError;
 }
 
 OSStatus AggregateDevices::createIOProc(AudioObjectID aggregate, IOBlock block,
@@ -71,10 +97,12 @@ OSStatus AggregateDevices::createIOProc(AudioObjectID aggregate, IOBlock block,
 }
 
 OSStatus AggregateDevices::destroyIOProc(AudioObjectID aggregate, AudioDeviceIOProcID procID) {
-  if (find(aggregate, procID) == nullptr) {
+  Proc* proc = find(aggregate, procID);
+  if (proc == nullptr) {
     return kAudioHardwareBadObjectError;
   }
-  const auto ended = aggregates_.at(aggregate).procs.extract(procID);
+  end(aggregates_.at(aggregate).description, *proc);
+  aggregates_.at(aggregate).procs.erase(procID);
   return kAudioHardwareNoError;
 }
 
@@ -101,10 +129,16 @@ OSStatus AggregateDevices::start(AudioObjectID aggregate, AudioDeviceIOProcID pr
   // The proc cannot go away meanwhile: its owner is the one who waits here. The stream is put in
   // place first, so that what the session announces finds it.
   proc->stream = std::move(stream);
+  followLoudness();
   session_.waitUntil([&] { return proc->stream->isLinked(); }, kLinkSeconds);
   if (!proc->stream->isLinked()) {
     const auto ended = std::move(proc->stream);
     return kAudioHardwareNotReadyError;
+  }
+  proc->isStarted = true;
+  updateTaps();
+  for (const SubTap& tap : description.taps) {
+    taps_.waitForStreams(tap.uid);
   }
   return kAudioHardwareNoError;
 }
@@ -117,8 +151,20 @@ OSStatus AggregateDevices::stop(AudioObjectID aggregate, AudioDeviceIOProcID pro
   if (!proc->stream) {
     return kAudioHardwareNotRunningError;
   }
-  const auto ended = std::move(proc->stream);
+  end(aggregates_.at(aggregate).description, *proc);
   return kAudioHardwareNoError;
+}
+
+/// The streams of a tap leave first, so that they are not heard nowhere meanwhile.
+void AggregateDevices::end(const AggregateDescription& description, Proc& proc) {
+  if (std::exchange(proc.isStarted, false)) {
+    updateTaps();
+    for (const SubTap& tap : description.taps) {
+      taps_.waitForStreams(tap.uid);
+    }
+  }
+  // Taken out first: ending a stream lets the loop thread look at what is still in.
+  const auto ended = std::move(proc.stream);
 }
 
 const AggregateDescription* AggregateDevices::description(AudioObjectID aggregate) const {
@@ -145,6 +191,34 @@ void AggregateDevices::linkUp() {
     for (auto& [procID, proc] : aggregate.procs) {
       if (proc.stream) {
         proc.stream->linkUp();
+      }
+    }
+  }
+  updateTaps();
+}
+
+void AggregateDevices::updateTaps() {
+  std::set<std::string> read;
+  for (const auto& [id, aggregate] : aggregates_) {
+    for (const auto& [procID, proc] : aggregate.procs) {
+      if (proc.isStarted && proc.stream->isLinked()) {
+        for (const SubTap& tap : aggregate.description.taps) {
+          read.insert(tap.uid);
+        }
+      }
+    }
+  }
+  taps_.setRead(read);
+}
+
+void AggregateDevices::followLoudness() {
+  for (auto& [id, aggregate] : aggregates_) {
+    const auto factors = aggregate.description.taps.empty()
+                             ? std::nullopt
+                             : loudness_.factorsAt(aggregate.description.master);
+    for (auto& [procID, proc] : aggregate.procs) {
+      if (proc.stream && factors) {
+        proc.stream->setOutputFactors(factors->left, factors->right);
       }
     }
   }

@@ -8,19 +8,26 @@
 
 #include "orvelle/platform/AudioHardware.h"
 #include "orvelle/platform/pipewire/GraphStream.h"
+#include "orvelle/platform/pipewire/ProcessTaps.h"
 #include "orvelle/platform/pipewire/Session.h"
+#include "orvelle/platform/pipewire/TapLoudness.h"
 
 namespace orvelle::pipewire {
 
 /// An aggregate is no node: each started callback is a stream of its own that takes its input from
-/// the member that is not the clock master and gives its output to the master. A master's own
-/// inputs are left alone, so that no monitor and no microphone can feed back.
+/// the member that is not the clock master, or from a tap, and gives its output to the master. A
+/// master's own inputs are left alone, so that no monitor and no microphone can feed back. A tap is
+/// read exactly while sound can flow from it to the master.
 ///
 /// Session lock held in every call.
 class AggregateDevices {
  public:
-  AggregateDevices(Session& session, std::function<AudioObjectID()> nextID)
-      : session_(session), nextID_(std::move(nextID)) {}
+  AggregateDevices(Session& session, ProcessTaps& taps, const TapLoudness& loudness,
+                   std::function<AudioObjectID()> nextID)
+      : session_(session), taps_(taps), loudness_(loudness), nextID_(std::move(nextID)) {}
+  AggregateDevices(const AggregateDevices&) = delete;
+  AggregateDevices& operator=(const AggregateDevices&) = delete;
+  ~AggregateDevices();
 
   OSStatus create(const AggregateDescription& description, AudioObjectID& aggregate);
   OSStatus destroy(AudioObjectID aggregate);
@@ -38,11 +45,14 @@ class AggregateDevices {
 
   /// To be called after every change of the session's objects.
   void linkUp();
+  /// To be called after every change of the session, before anybody hears of it.
+  void followLoudness();
 
  private:
   struct Proc {
     IOBlock block;
     std::unique_ptr<GraphStream> stream;
+    bool isStarted = false;  ///< false while the stream is still or again without its sound
   };
   struct Aggregate {
     AggregateDescription description;
@@ -51,8 +61,13 @@ class AggregateDevices {
 
   [[nodiscard]] bool isAnotherInstanceRunning(const AggregateDescription& description) const;
   Proc* find(AudioObjectID aggregate, AudioDeviceIOProcID procID);
+  [[nodiscard]] std::string inputOf(const AggregateDescription& description) const;
+  void end(const AggregateDescription& description, Proc& proc);
+  void updateTaps();
 
   Session& session_;
+  ProcessTaps& taps_;
+  const TapLoudness& loudness_;
   std::function<AudioObjectID()> nextID_;
   std::map<AudioObjectID, Aggregate> aggregates_;
   AudioDeviceIOProcID lastProcID_ = 0;

@@ -45,6 +45,8 @@ class GraphStream {
   /// False when the session refused the node. Wait for `isLinked` before relying on sound.
   [[nodiscard]] bool isConnected() const { return filter_ != nullptr; }
   [[nodiscard]] bool isLinked() const;
+  /// Linear factors on what the block plays.
+  void setOutputFactors(float left, float right) { cycle_.setOutputFactors(left, right); }
   /// Makes the links that are missing and drops those that nobody wants. To be called after every
   /// change of the session's objects.
   void linkUp();

@@ -2,36 +2,22 @@
 
 #include <utility>
 
-#include "orvelle/platform/ListenerRegistry.h"
 #include "orvelle/platform/PropertySize.h"
-#include "orvelle/platform/pipewire/AggregateDevices.h"
-#include "orvelle/platform/pipewire/DefaultOutput.h"
-#include "orvelle/platform/pipewire/DeviceCatalogue.h"
-#include "orvelle/platform/pipewire/LoopbackNode.h"
-#include "orvelle/platform/pipewire/NominalRate.h"
-#include "orvelle/platform/pipewire/Session.h"
-#include "orvelle/platform/pipewire/Volume.h"
-#include "orvelle/platform/pipewire/VolumeControl.h"
+#include "orvelle/platform/pipewire/PipeWireParts.h"
 
 namespace orvelle {
 
-using pipewire::AggregateDevices;
 using pipewire::Change;
-using pipewire::DefaultOutput;
+using pipewire::ClientProcess;
 using pipewire::Device;
-using pipewire::DeviceCatalogue;
 using pipewire::kLoopbackName;
-using pipewire::LoopbackNode;
 using pipewire::Node;
-using pipewire::NominalRate;
 using pipewire::Session;
-using pipewire::VolumeControl;
 
 namespace {
 
 constexpr PropertyAddress kDevices{kAudioHardwarePropertyDevices};
 constexpr PropertyAddress kDefaultOutput{kAudioHardwarePropertyDefaultOutputDevice};
-constexpr double kLoopbackRate = 48000.0;
 
 bool isMainElement(const PropertyAddress& address, std::uint32_t scope) {
   return address.scope == scope && address.element == kAudioObjectPropertyElementMain;
@@ -39,56 +25,10 @@ bool isMainElement(const PropertyAddress& address, std::uint32_t scope) {
 
 }  // namespace
 
-/// Everything behind the interface. Session lock held in every call.
-struct PipeWireHardware::Parts {
-  Parts(std::unique_ptr<Session> opened, MainQueue& queue)
-      : session(std::move(opened)),
-        listeners(queue),
-        loopback(*session),
-        catalogue(*session, loopback, [this] { return ++lastID; }),
-        defaultOutput(*session),
-        volumes(*session),
-        rates(*session),
-        aggregates(*session, [this] { return ++lastID; }) {
-    reportedDefault = defaultOutputID();
-    session->onChange = [this](Change change) { sessionChanged(change); };
-  }
-
-  std::unique_ptr<Session> session;
-  AudioObjectID lastID = kAudioObjectSystemObject;
-  ListenerRegistry listeners;
-  LoopbackNode loopback;
-  DeviceCatalogue catalogue;
-  DefaultOutput defaultOutput;
-  VolumeControl volumes;
-  NominalRate rates;
-  AggregateDevices aggregates;
-  AudioObjectID reportedDefault = kAudioObjectUnknown;
-  /// Whether we have made the loopback the default output, and not taken that back.
-  bool isLoopbackDefault = false;
-
-  void sessionChanged(Change change);
-  [[nodiscard]] AudioObjectID defaultOutputID() const;
-
-  void learnLevel(AudioObjectID object, const PropertyAddress& address);
-  OSStatus get(AudioObjectID object, const PropertyAddress& address, PropertyValue& value);
-  OSStatus getOfSystem(const PropertyAddress& address, PropertyValue& value) const;
-  OSStatus getOfAggregate(AudioObjectID object, const PropertyAddress& address,
-                          PropertyValue& value) const;
-  OSStatus getOfDevice(const Device& device, const PropertyAddress& address, PropertyValue& value);
-  OSStatus getLevel(const Node* node, std::uint32_t selector, PropertyValue& value) const;
-  OSStatus getChannels(const Device& device, std::uint32_t scope, PropertyValue& value) const;
-
-  OSStatus setDefaultOutput(AudioObjectID id);
-  OSStatus setOfDevice(const Device& device, const PropertyAddress& address,
-                       const PropertyValue& value);
-  OSStatus createAggregate(const AggregateDescription& description, AudioObjectID& aggregate);
-  void releaseLoopback();
-};
-
 // Changes
 
 void PipeWireHardware::Parts::sessionChanged(Change change) {
+  aggregates.followLoudness();
   if (change == Change::level) {
     for (const Device& device : catalogue.devices()) {
       listeners.notify(device.id,
@@ -97,7 +37,13 @@ void PipeWireHardware::Parts::sessionChanged(Change change) {
     }
     return;
   }
+  if (change == Change::metadata) {
+    taps.update();
+  }
   if (change == Change::objects) {
+    // First of all: a new stream of a tapped process is caught before it is linked.
+    processesChanged();
+    aggregates.linkUp();
     volumes.forgetGone();
     if (loopback.takeLoss()) {
       catalogue.renewLoopback();
@@ -105,7 +51,6 @@ void PipeWireHardware::Parts::sessionChanged(Change change) {
     if (catalogue.update()) {
       listeners.notify(kAudioObjectSystemObject, kDevices);
     }
-    aggregates.linkUp();
     rates.linkUp();
   }
   // A device that comes or goes may change whom the default output's name stands for.
@@ -115,6 +60,29 @@ void PipeWireHardware::Parts::sessionChanged(Change change) {
   }
 }
 
+void PipeWireHardware::Parts::processesChanged() {
+  if (processes.update()) {
+    listeners.notify(kAudioObjectSystemObject, {kAudioHardwarePropertyProcessObjectList});
+  }
+  const std::set<AudioObjectID> current = playing();
+  for (const ClientProcess& process : processes.processes()) {
+    if (current.contains(process.id) != reportedPlaying.contains(process.id)) {
+      listeners.notify(process.id, {kAudioProcessPropertyIsRunningOutput});
+    }
+  }
+  reportedPlaying = current;
+}
+
+std::set<AudioObjectID> PipeWireHardware::Parts::playing() const {
+  std::set<AudioObjectID> ids;
+  for (const ClientProcess& process : processes.processes()) {
+    if (processes.isPlaying(process)) {
+      ids.insert(process.id);
+    }
+  }
+  return ids;
+}
+
 AudioObjectID PipeWireHardware::Parts::defaultOutputID() const {
   const std::string name = defaultOutput.effective();
   // The session manager may take a moment to notice that the default output has gone. The catalogue
@@ -122,138 +90,6 @@ AudioObjectID PipeWireHardware::Parts::defaultOutputID() const {
   const Device* device =
       session->nodeNamed(name) == nullptr ? nullptr : catalogue.deviceNamed(name);
   return device == nullptr ? kAudioObjectUnknown : device->id;
-}
-
-// Reading
-
-/// Waits: what was looked up before is to be looked up again.
-void PipeWireHardware::Parts::learnLevel(AudioObjectID object, const PropertyAddress& address) {
-  const bool isLevel = isMainElement(address, kAudioObjectPropertyScopeOutput) &&
-                       (address.selector == kAudioDevicePropertyVolumeScalar ||
-                        address.selector == kAudioDevicePropertyMute);
-  const Device* device = isLevel ? catalogue.device(object) : nullptr;
-  const Node* node = device == nullptr ? nullptr : catalogue.nodeOf(*device);
-  if (node != nullptr) {
-    volumes.learn(*node);
-  }
-}
-
-OSStatus PipeWireHardware::Parts::get(AudioObjectID object, const PropertyAddress& address,
-                                      PropertyValue& value) {
-  if (object == kAudioObjectSystemObject) {
-    return getOfSystem(address, value);
-  }
-  learnLevel(object, address);
-  if (const Device* device = catalogue.device(object)) {
-    return getOfDevice(*device, address, value);
-  }
-  return getOfAggregate(object, address, value);
-}
-
-OSStatus PipeWireHardware::Parts::getOfSystem(const PropertyAddress& address,
-                                              PropertyValue& value) const {
-  if (address == kDevices) {
-    std::vector<AudioObjectID> ids;
-    for (const Device& device : catalogue.devices()) {
-      ids.push_back(device.id);
-    }
-    value = std::move(ids);
-    return kAudioHardwareNoError;
-  }
-  if (address == kDefaultOutput) {
-    value = std::uint32_t{defaultOutputID()};
-    return kAudioHardwareNoError;
-  }
-  return kAudioHardwareUnknownPropertyError;
-}
-
-OSStatus PipeWireHardware::Parts::getOfAggregate(AudioObjectID object,
-                                                 const PropertyAddress& address,
-                                                 PropertyValue& value) const {
-  const AggregateDescription* description = aggregates.description(object);
-  if (description == nullptr) {
-    return kAudioHardwareBadObjectError;
-  }
-  if (address == PropertyAddress{kAudioDevicePropertyDeviceUID}) {
-    value = description->uid;
-  } else if (address == PropertyAddress{kAudioObjectPropertyName}) {
-    value = description->name;
-  } else if (address == PropertyAddress{kAudioDevicePropertyTransportType}) {
-    value = kAudioDeviceTransportTypeAggregate;
-  } else if (address == PropertyAddress{kAudioDevicePropertyDeviceIsRunning}) {
-    value = std::uint32_t{aggregates.isRunning(object) ? 1U : 0U};
-  } else {
-    return kAudioHardwareUnknownPropertyError;
-  }
-  return kAudioHardwareNoError;
-}
-
-OSStatus PipeWireHardware::Parts::getOfDevice(const Device& device, const PropertyAddress& address,
-                                              PropertyValue& value) {
-  const Node* node = catalogue.nodeOf(device);
-  if (address.selector == kAudioDevicePropertyStreamConfiguration) {
-    return getChannels(device, address.scope, value);
-  }
-  if (isMainElement(address, kAudioObjectPropertyScopeOutput)) {
-    return getLevel(node, address.selector, value);
-  }
-  if (!isMainElement(address, kAudioObjectPropertyScopeGlobal)) {
-    return kAudioHardwareUnknownPropertyError;
-  }
-  switch (address.selector) {
-    case kAudioDevicePropertyDeviceUID:
-      value = catalogue.uid(device);
-      return kAudioHardwareNoError;
-    case kAudioObjectPropertyName:
-      value = catalogue.name(device);
-      return kAudioHardwareNoError;
-    case kAudioDevicePropertyTransportType:
-      value = catalogue.transport(device);
-      return kAudioHardwareNoError;
-    case kAudioDevicePropertyDeviceIsRunning:
-      value = std::uint32_t{node != nullptr && node->isRunning ? 1U : 0U};
-      return kAudioHardwareNoError;
-    case kAudioDevicePropertyNominalSampleRate:
-      value = node == nullptr ? kLoopbackRate : rates.read(*node);
-      return kAudioHardwareNoError;
-    default:
-      return kAudioHardwareUnknownPropertyError;
-  }
-}
-
-OSStatus PipeWireHardware::Parts::getLevel(const Node* node, std::uint32_t selector,
-                                           PropertyValue& value) const {
-  if (selector != kAudioDevicePropertyVolumeScalar && selector != kAudioDevicePropertyMute) {
-    return kAudioHardwareUnknownPropertyError;
-  }
-  // A loopback whose node is not there yet has the level that the node will come with.
-  const auto level =
-      node == nullptr ? pipewire::ChannelLevel{{1.0F, 1.0F}, {}, false} : volumes.level(*node);
-  if (!level) {
-    return kAudioHardwareUnknownPropertyError;
-  }
-  if (selector == kAudioDevicePropertyMute) {
-    value = std::uint32_t{level->mute ? 1U : 0U};
-  } else {
-    value = pipewire::scalarFromVolumes(level->volumes);
-  }
-  return kAudioHardwareNoError;
-}
-
-OSStatus PipeWireHardware::Parts::getChannels(const Device& device, std::uint32_t scope,
-                                              PropertyValue& value) const {
-  if (scope != kAudioObjectPropertyScopeInput && scope != kAudioObjectPropertyScopeOutput) {
-    return kAudioHardwareUnknownPropertyError;
-  }
-  const pipewire::ChannelCounts counts = catalogue.channels(device);
-  const std::uint32_t count =
-      scope == kAudioObjectPropertyScopeInput ? counts.inputs : counts.outputs;
-  StreamConfiguration configuration;
-  if (count != 0) {
-    configuration.channelsPerBuffer.push_back(count);
-  }
-  value = std::move(configuration);
-  return kAudioHardwareNoError;
 }
 
 // Changing
@@ -467,13 +303,14 @@ OSStatus PipeWireHardware::stopDevice(AudioObjectID device, AudioDeviceIOProcID 
   return parts_->aggregates.stop(device, procID);
 }
 
-OSStatus PipeWireHardware::createProcessTap(const TapDescription& /*description*/,
-                                            AudioObjectID& /*tap*/) {
-  return kAudioHardwareUnsupportedOperationError;
+OSStatus PipeWireHardware::createProcessTap(const TapDescription& description, AudioObjectID& tap) {
+  const Session::Lock lock(*parts_->session);
+  return parts_->taps.create(description, tap);
 }
 
-OSStatus PipeWireHardware::destroyProcessTap(AudioObjectID /*tap*/) {
-  return kAudioHardwareBadObjectError;
+OSStatus PipeWireHardware::destroyProcessTap(AudioObjectID tap) {
+  const Session::Lock lock(*parts_->session);
+  return parts_->taps.destroy(tap);
 }
 
 }  // namespace orvelle

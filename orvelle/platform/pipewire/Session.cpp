@@ -146,6 +146,7 @@ Session::~Session() {
   timers_.clear();
   nodes_.clear();
   cards_.clear();
+  clients_.clear();
   metadata_.clear();
   if (events_->registry != nullptr) {
     spa_hook_remove(&events_->registryHook);

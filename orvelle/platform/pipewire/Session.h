@@ -50,15 +50,22 @@ class Session {
   [[nodiscard]] const Node* node(std::uint32_t id) const;
   /// The first node of that name.
   [[nodiscard]] const Node* nodeNamed(std::string_view name) const;
+  /// The connection that made the node.
+  [[nodiscard]] const Client* clientOf(const Node& node) const;
+  [[nodiscard]] bool hasClient(std::uint32_t id) const { return clients_.contains(id); }
   [[nodiscard]] const Card* cardOf(const Node& node) const;
   /// The hardware path of a node, where its card controls the volume.
   [[nodiscard]] const Route* routeOf(const Node& node) const;
   /// In the order of their numbers.
   [[nodiscard]] std::vector<const Port*> ports(std::uint32_t node, bool input) const;
   [[nodiscard]] std::vector<Link> linksInto(std::uint32_t node) const;
+  [[nodiscard]] std::vector<Link> linksFrom(std::uint32_t node) const;
   [[nodiscard]] bool hasLink(std::uint32_t id) const { return links_.contains(id); }
   [[nodiscard]] bool hasMetadata(std::string_view metadata) const;
-  /// A value of the metadata object `metadata` ("default", "settings", ...).
+  /// An entry of the metadata object `metadata` ("default", "settings", ...), and its value alone.
+  [[nodiscard]] std::optional<MetadataEntry> metadataEntry(std::string_view metadata,
+                                                           std::uint32_t subject,
+                                                           std::string_view key) const;
   [[nodiscard]] std::optional<std::string> metadataValue(std::string_view metadata,
                                                          std::uint32_t subject,
                                                          std::string_view key) const;
@@ -113,6 +120,7 @@ class Session {
   struct Events;
   struct BoundNode;
   struct BoundCard;
+  struct BoundClient;
   struct BoundMetadata;
   struct Timer;
 
@@ -130,6 +138,7 @@ class Session {
   std::map<std::uint32_t, std::unique_ptr<BoundNode>> nodes_;
   std::vector<std::uint32_t> nodeOrder_;
   std::map<std::uint32_t, std::unique_ptr<BoundCard>> cards_;
+  std::map<std::uint32_t, std::unique_ptr<BoundClient>> clients_;
   std::map<std::uint32_t, std::unique_ptr<BoundMetadata>> metadata_;
   std::map<std::uint32_t, Port> ports_;
   std::map<std::uint32_t, Link> links_;

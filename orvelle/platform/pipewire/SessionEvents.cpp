@@ -71,6 +71,8 @@ void Session::Events::registryGlobal(void* data, std::uint32_t id, std::uint32_t
     events.addNode(id, std::move(properties));
   } else if (kind == PW_TYPE_INTERFACE_Device) {
     events.addCard(id, std::move(properties));
+  } else if (kind == PW_TYPE_INTERFACE_Client) {
+    events.addClient(id, std::move(properties));
   } else if (kind == PW_TYPE_INTERFACE_Metadata) {
     events.addMetadata(id, properties);
   } else if (kind == PW_TYPE_INTERFACE_Port) {
@@ -86,7 +88,8 @@ void Session::Events::registryGlobalRemove(void* data, std::uint32_t id) {
   Session& session = static_cast<Events*>(data)->session;
   std::erase(session.nodeOrder_, id);
   const std::size_t removed = session.nodes_.erase(id) + session.cards_.erase(id) +
-                              session.ports_.erase(id) + session.links_.erase(id);
+                              session.clients_.erase(id) + session.ports_.erase(id) +
+                              session.links_.erase(id);
   if (removed != 0) {
     session.announce(Change::objects);
   }
@@ -118,6 +121,7 @@ void Session::Events::addNode(std::uint32_t id, Properties&& properties) {
   pw_node_subscribe_params(node, &params, 1);
   session.nodes_[id] = std::move(bound);
   session.nodeOrder_.push_back(id);
+  session.announce(Change::objects);
 }
 
 void Session::Events::addCard(std::uint32_t id, Properties&& properties) {
@@ -134,6 +138,21 @@ void Session::Events::addCard(std::uint32_t id, Properties&& properties) {
   auto* device = reinterpret_cast<pw_device*>(bound->proxy);
   pw_device_add_listener(device, &bound->hook, &kEvents, bound.get());
   session.cards_[id] = std::move(bound);
+}
+
+void Session::Events::addClient(std::uint32_t id, Properties&& properties) {
+  static const pw_client_events kEvents = [] {
+    pw_client_events events{};
+    events.version = PW_VERSION_CLIENT_EVENTS;
+    events.info = clientInfo;
+    return events;
+  }();
+  auto bound = std::make_unique<BoundClient>(session, Client{id, std::move(properties), false});
+  bound->proxy = static_cast<pw_proxy*>(
+      pw_registry_bind(registry, id, PW_TYPE_INTERFACE_Client, PW_VERSION_CLIENT, 0));
+  auto* client = reinterpret_cast<pw_client*>(bound->proxy);
+  pw_client_add_listener(client, &bound->hook, &kEvents, bound.get());
+  session.clients_[id] = std::move(bound);
 }
 
 void Session::Events::addMetadata(std::uint32_t id, const Properties& properties) {
@@ -221,15 +240,24 @@ void Session::Events::cardParam(void* data, int /*seq*/, std::uint32_t id, std::
   }
 }
 
+void Session::Events::clientInfo(void* data, const pw_client_info* info) {
+  auto& bound = *static_cast<BoundClient*>(data);
+  bound.client.hasInfo = true;
+  if ((info->change_mask & PW_CLIENT_CHANGE_MASK_PROPS) != 0U && info->props != nullptr) {
+    bound.client.properties = propertiesOf(info->props);
+    bound.session.announce(Change::objects);
+  }
+}
+
 int Session::Events::metadataProperty(void* data, std::uint32_t subject, const char* key,
-                                      const char* /*type*/, const char* value) {
+                                      const char* type, const char* value) {
   auto& bound = *static_cast<BoundMetadata*>(data);
   if (key == nullptr) {
     std::erase_if(bound.values, [&](const auto& entry) { return entry.first.first == subject; });
   } else if (value == nullptr) {
     bound.values.erase({subject, key});
   } else {
-    bound.values[{subject, key}] = value;
+    bound.values[{subject, key}] = {type == nullptr ? "" : type, value};
   }
   bound.session.announce(Change::metadata);
   return 0;

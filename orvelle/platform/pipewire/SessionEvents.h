@@ -5,7 +5,6 @@
 #include <pipewire/extensions/metadata.h>
 #include <pipewire/pipewire.h>
 
-#include <charconv>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -17,14 +16,6 @@
 #include "orvelle/platform/pipewire/Session.h"
 
 namespace orvelle::pipewire {
-
-/// A property that is a number; an invalid id when it is none.
-inline std::uint32_t numberOf(const Properties& properties, std::string_view key) {
-  const std::string_view text = valueOf(properties, key);
-  std::uint32_t number = SPA_ID_INVALID;
-  std::from_chars(text.data(), text.data() + text.size(), number);
-  return number;
-}
 
 template <class Bound>
 void unbind(Bound& bound) {
@@ -59,10 +50,22 @@ struct Session::BoundCard {
   ~BoundCard() { unbind(*this); }
 };
 
+struct Session::BoundClient {
+  Session& session;
+  Client client;
+  pw_proxy* proxy = nullptr;
+  spa_hook hook{};
+
+  BoundClient(Session& owner, Client&& mirrored) : session(owner), client(std::move(mirrored)) {}
+  BoundClient(const BoundClient&) = delete;
+  BoundClient& operator=(const BoundClient&) = delete;
+  ~BoundClient() { unbind(*this); }
+};
+
 struct Session::BoundMetadata {
   Session& session;
   std::string name;
-  std::map<std::pair<std::uint32_t, std::string>, std::string> values;
+  std::map<std::pair<std::uint32_t, std::string>, MetadataEntry> values;
   pw_proxy* proxy = nullptr;
   spa_hook hook{};
 
@@ -91,6 +94,7 @@ struct Session::Events {
 
   void addNode(std::uint32_t id, Properties&& properties);
   void addCard(std::uint32_t id, Properties&& properties);
+  void addClient(std::uint32_t id, Properties&& properties);
   void addMetadata(std::uint32_t id, const Properties& properties);
   void addPort(std::uint32_t id, const Properties& properties);
 
@@ -100,6 +104,7 @@ struct Session::Events {
   static void cardInfo(void* data, const pw_device_info* info);
   static void cardParam(void* data, int seq, std::uint32_t id, std::uint32_t index,
                         std::uint32_t next, const spa_pod* param);
+  static void clientInfo(void* data, const pw_client_info* info);
   static int metadataProperty(void* data, std::uint32_t subject, const char* key, const char* type,
                               const char* value);
 };

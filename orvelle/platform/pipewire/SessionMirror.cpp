@@ -32,6 +32,11 @@ const Node* Session::nodeNamed(std::string_view name) const {
   return found == all.end() ? nullptr : *found;
 }
 
+const Client* Session::clientOf(const Node& node) const {
+  const auto found = clients_.find(numberOf(node.properties, "client.id"));
+  return found == clients_.end() ? nullptr : &found->second->client;
+}
+
 const Card* Session::cardOf(const Node& node) const {
   const auto found = cards_.find(numberOf(node.properties, "device.id"));
   return found == cards_.end() ? nullptr : &found->second->card;
@@ -68,13 +73,24 @@ std::vector<Link> Session::linksInto(std::uint32_t node) const {
   return found;
 }
 
+std::vector<Link> Session::linksFrom(std::uint32_t node) const {
+  std::vector<Link> found;
+  for (const auto& [id, link] : links_) {
+    if (link.outputNode == node) {
+      found.push_back(link);
+    }
+  }
+  return found;
+}
+
 bool Session::hasMetadata(std::string_view metadata) const {
   return std::ranges::any_of(metadata_,
                              [&](const auto& entry) { return entry.second->name == metadata; });
 }
 
-std::optional<std::string> Session::metadataValue(std::string_view metadata, std::uint32_t subject,
-                                                  std::string_view key) const {
+std::optional<MetadataEntry> Session::metadataEntry(std::string_view metadata,
+                                                    std::uint32_t subject,
+                                                    std::string_view key) const {
   for (const auto& [id, bound] : metadata_) {
     const auto value = bound->values.find({subject, std::string(key)});
     if (bound->name == metadata && value != bound->values.end()) {
@@ -82,6 +98,12 @@ std::optional<std::string> Session::metadataValue(std::string_view metadata, std
     }
   }
   return std::nullopt;
+}
+
+std::optional<std::string> Session::metadataValue(std::string_view metadata, std::uint32_t subject,
+                                                  std::string_view key) const {
+  const auto entry = metadataEntry(metadata, subject, key);
+  return entry ? std::optional(entry->value) : std::nullopt;
 }
 
 // Requests

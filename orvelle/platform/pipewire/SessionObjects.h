@@ -1,6 +1,7 @@
 // What the back end keeps in mind of the session's objects.
 #pragma once
 
+#include <charconv>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -16,6 +17,14 @@ using Properties = std::map<std::string, std::string, std::less<>>;
 inline std::string_view valueOf(const Properties& properties, std::string_view key) {
   const auto found = properties.find(key);
   return found == properties.end() ? std::string_view{} : std::string_view(found->second);
+}
+
+/// A property that is a number; the library's invalid id when it is none.
+inline std::uint32_t numberOf(const Properties& properties, std::string_view key) {
+  const std::string_view text = valueOf(properties, key);
+  std::uint32_t number = UINT32_MAX;
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return number;
 }
 
 /// Volume and mute of a node or route. Volumes are linear factors, one a channel.
@@ -37,6 +46,21 @@ struct Node {
 
   [[nodiscard]] std::string_view name() const { return valueOf(properties, "node.name"); }
   [[nodiscard]] std::string_view mediaClass() const { return valueOf(properties, "media.class"); }
+};
+
+/// A program's connection to the session.
+struct Client {
+  std::uint32_t id = 0;
+  Properties properties;
+  bool hasInfo = false;
+};
+
+/// One value of a metadata object, with the type that whoever set it gave it.
+struct MetadataEntry {
+  std::string type;
+  std::string value;
+
+  friend bool operator==(const MetadataEntry&, const MetadataEntry&) = default;
 };
 
 /// The path through a sound card that is in use for one of its devices, with its hardware volume.

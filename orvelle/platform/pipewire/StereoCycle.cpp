@@ -64,10 +64,28 @@ void StereoCycle::runPiece(const StereoPlanes& planes, std::uint32_t offset,
   const std::array<AudioBuffer, 1> input{{{kChannels, byteSize, input_.data()}}};
   const std::array<AudioBuffer, 1> output{{{kChannels, byteSize, output_.data()}}};
   block_(input, output);
+  applyOutputFactors(frames);
 
   deinterleave(output_.data(), frames, advanced(planes.outputLeft, offset));
   deinterleave(output_.data() + 1, frames, advanced(planes.outputRight, offset));
   mixToMono(output_.data(), frames, advanced(planes.outputMono, offset));
+}
+
+void StereoCycle::setOutputFactors(float left, float right) noexcept {
+  leftFactor_.store(left, std::memory_order_relaxed);
+  rightFactor_.store(right, std::memory_order_relaxed);
+}
+
+void StereoCycle::applyOutputFactors(std::uint32_t frames) noexcept {
+  const float left = leftFactor_.load(std::memory_order_relaxed);
+  const float right = rightFactor_.load(std::memory_order_relaxed);
+  if (left == 1.0F && right == 1.0F) {
+    return;
+  }
+  for (std::size_t i = 0; i < std::size_t{frames} * kChannels; i += kChannels) {
+    output_[i] *= left;
+    output_[i + 1] *= right;
+  }
 }
 
 }  // namespace orvelle::pipewire

@@ -1,6 +1,7 @@
 // One I/O cycle of an aggregate: planar channels of the graph around the interleaved block.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -26,13 +27,20 @@ class StereoCycle {
 
   void run(const StereoPlanes& planes, std::uint32_t frames) noexcept;
 
+  /// Linear factors on what the block plays, 1 at first. Any thread.
+  void setOutputFactors(float left, float right) noexcept;
+
  private:
   /// The session's largest cycle. A longer one is handed over in pieces.
   static constexpr std::uint32_t kMaximumFrames = 8192;
 
   void runPiece(const StereoPlanes& planes, std::uint32_t offset, std::uint32_t frames) noexcept;
 
+  void applyOutputFactors(std::uint32_t frames) noexcept;
+
   IOBlock block_;
+  std::atomic<float> leftFactor_{1.0F};
+  std::atomic<float> rightFactor_{1.0F};
   std::vector<float> input_;
   std::vector<float> output_;
 };

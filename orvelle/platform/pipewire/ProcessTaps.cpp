@@ -1,0 +1,231 @@
+#include "orvelle/platform/pipewire/ProcessTaps.h"
+
+#include <pipewire/pipewire.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace orvelle::pipewire {
+
+namespace {
+
+constexpr std::string_view kTapPrefix = "app.orvelle.tap.";
+constexpr std::size_t kChannels = 2;
+constexpr double kCreationSeconds = 1.0;
+/// Some ten times what it takes.
+constexpr double kMoveSeconds = 0.1;
+
+constexpr const char* kMetadata = "default";
+constexpr const char* kTargetKey = "target.object";
+/// Names and not numbers: a target of another form would be stored for the application, and pull
+/// its next process onto the tap.
+constexpr const char* kNameType = "Spa:String";
+
+bool isTap(const std::optional<MetadataEntry>& target) {
+  return target && target->value.starts_with(kTapPrefix);
+}
+
+pw_proxy* createSink(const Session& session, const std::string& name) {
+  const std::array properties = {
+      spa_dict_item{"factory.name", "support.null-audio-sink"},
+      spa_dict_item{PW_KEY_NODE_NAME, name.c_str()},
+      spa_dict_item{PW_KEY_NODE_DESCRIPTION, "Orvelle Tap"},
+      // Internal: no mixer shows it, and the default output never falls to it.
+      spa_dict_item{PW_KEY_MEDIA_CLASS, "Audio/Sink/Internal"},
+      spa_dict_item{"audio.position", "FL,FR"},
+      spa_dict_item{PW_KEY_NODE_VIRTUAL, "true"},
+      spa_dict_item{"state.restore-props", "false"},
+      // The graph's clock only where nothing real is.
+      spa_dict_item{"priority.driver", "1"},
+      spa_dict_item{"session.suspend-timeout-seconds", "0"},
+  };
+  const spa_dict dict{0, properties.size(), properties.data()};
+  return static_cast<pw_proxy*>(pw_core_create_object(
+      session.core(), "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &dict, 0));
+}
+
+}  // namespace
+
+struct ProcessTaps::Tap {
+  /// A stream that has been sent to the tap.
+  struct Taken {
+    std::optional<MetadataEntry> target;  ///< where it goes when it is given back; absent: default
+    bool isConfirmed = false;             ///< the session has told that it is sent to the tap
+  };
+
+  TapDescription description;
+  std::string name;
+  pw_proxy* proxy = nullptr;
+  bool isRead = false;
+  std::map<std::uint32_t, Taken> streams;  // by node id
+
+  Tap(TapDescription described, std::string nodeName, pw_proxy* node)
+      : description(std::move(described)), name(std::move(nodeName)), proxy(node) {}
+  Tap(const Tap&) = delete;
+  Tap& operator=(const Tap&) = delete;
+  ~Tap() { pw_proxy_destroy(proxy); }
+
+  [[nodiscard]] bool takesStreams() const {
+    return isRead || description.muteBehavior == TapMuteBehavior::muted;
+  }
+  [[nodiscard]] bool taps(AudioObjectID process) const {
+    return std::ranges::find(description.processes, process) != description.processes.end();
+  }
+};
+
+ProcessTaps::ProcessTaps(Session& session, const ProcessCatalogue& processes,
+                         std::function<AudioObjectID()> nextID)
+    : session_(session), processes_(processes), nextID_(std::move(nextID)) {}
+
+ProcessTaps::~ProcessTaps() {
+  for (auto& [id, tap] : taps_) {
+    giveBack(*tap);
+  }
+}
+
+OSStatus ProcessTaps::create(const TapDescription& description, AudioObjectID& tap) {
+  if (description.processes.empty() || description.uuid.empty() ||
+      find(description.uuid) != nullptr) {
+    return kAudioHardwareIllegalOperationError;
+  }
+  // To be heard on both paths a stream would have to be in two places.
+  if (description.muteBehavior == TapMuteBehavior::unmuted) {
+    return kAudioHardwareUnsupportedOperationError;
+  }
+  for (const AudioObjectID process : description.processes) {
+    if (processes_.process(process) == nullptr) {
+      return kAudioHardwareBadObjectError;
+    }
+  }
+  const std::string name = std::string(kTapPrefix) + description.uuid;
+  pw_proxy* proxy = createSink(session_, name);
+  if (proxy == nullptr) {
+    return kAudioHardwareUnspecifiedError;
+  }
+  auto created = std::make_unique<Tap>(description, name, proxy);
+  const bool isThere = session_.waitUntil(
+      [&] {
+        const Node* node = session_.nodeNamed(name);
+        return node != nullptr && session_.ports(node->id, true).size() >= kChannels &&
+               session_.ports(node->id, false).size() >= kChannels;
+      },
+      kCreationSeconds);
+  if (!isThere) {
+    return kAudioHardwareNotReadyError;
+  }
+  tap = nextID_();
+  taps_[tap] = std::move(created);
+  update();
+  return kAudioHardwareNoError;
+}
+
+OSStatus ProcessTaps::destroy(AudioObjectID tap) {
+  const auto ended = taps_.extract(tap);
+  if (ended.empty()) {
+    return kAudioHardwareBadObjectError;
+  }
+  giveBack(*ended.mapped());
+  session_.waitUntil([&] { return areStreamsIn(*ended.mapped(), false); }, kMoveSeconds);
+  return kAudioHardwareNoError;
+}
+
+const ProcessTaps::Tap* ProcessTaps::find(std::string_view uuid) const {
+  const auto found = std::ranges::find_if(
+      taps_, [&](const auto& entry) { return entry.second->description.uuid == uuid; });
+  return found == taps_.end() ? nullptr : found->second.get();
+}
+
+std::string ProcessTaps::nodeName(std::string_view uuid) const {
+  const Tap* tap = find(uuid);
+  return tap == nullptr ? std::string{} : tap->name;
+}
+
+std::string ProcessTaps::nodeName(AudioObjectID tap) const {
+  const auto found = taps_.find(tap);
+  return found == taps_.end() ? std::string{} : found->second->name;
+}
+
+void ProcessTaps::setRead(const std::set<std::string>& uuids) {
+  for (auto& [id, tap] : taps_) {
+    tap->isRead = uuids.contains(tap->description.uuid);
+  }
+  update();
+}
+
+void ProcessTaps::update() {
+  for (auto& [id, tap] : taps_) {
+    std::erase_if(tap->streams,
+                  [this](const auto& entry) { return session_.node(entry.first) == nullptr; });
+    if (!tap->takesStreams()) {
+      giveBack(*tap);
+      continue;
+    }
+    for (const Node* node : session_.nodes()) {
+      if (tap->taps(processes_.processOf(*node))) {
+        take(*tap, *node);
+      }
+    }
+  }
+}
+
+/// Sends the stream to the tap, also when somebody has sent it elsewhere meanwhile: that is where
+/// it goes when it is given back. Another tap's stream is left alone: two that take it from each
+/// other would never end.
+void ProcessTaps::take(Tap& tap, const Node& stream) {
+  const auto target = session_.metadataEntry(kMetadata, stream.id, kTargetKey);
+  const auto [entry, isNew] = tap.streams.try_emplace(stream.id, Tap::Taken{target, false});
+  Tap::Taken& taken = entry->second;
+  if (target && target->value == tap.name) {
+    taken.isConfirmed = true;
+    return;
+  }
+  if (isTap(target)) {
+    tap.streams.erase(entry);
+    return;
+  }
+  // What was asked before the session has confirmed the tap may still be the state of before.
+  const bool isWish = taken.isConfirmed || target != taken.target;
+  taken.target = target;
+  if (isNew || isWish) {
+    taken.isConfirmed = false;
+    session_.setMetadata(kMetadata, stream.id, kTargetKey, kNameType, tap.name.c_str());
+  }
+}
+
+void ProcessTaps::giveBack(Tap& tap) {
+  for (const auto& [stream, taken] : std::exchange(tap.streams, {})) {
+    const auto target = session_.metadataEntry(kMetadata, stream, kTargetKey);
+    if (taken.isConfirmed && (!target || target->value != tap.name)) {
+      continue;  // somebody has just sent it elsewhere
+    }
+    session_.setMetadata(kMetadata, stream, kTargetKey,
+                         taken.target ? taken.target->type.c_str() : nullptr,
+                         taken.target ? taken.target->value.c_str() : nullptr);
+  }
+}
+
+void ProcessTaps::waitForStreams(std::string_view uuid) {
+  session_.waitUntil(
+      [&] {
+        const Tap* tap = find(uuid);
+        return tap == nullptr || areStreamsIn(*tap, tap->takesStreams());
+      },
+      kMoveSeconds);
+}
+
+/// A stream without any link is paused, or has nowhere to go.
+bool ProcessTaps::areStreamsIn(const Tap& tap, bool wanted) const {
+  const Node* sink = session_.nodeNamed(tap.name);
+  return sink == nullptr || std::ranges::all_of(session_.nodes(), [&](const Node* stream) {
+           const auto links = session_.linksFrom(stream->id);
+           if (!tap.taps(processes_.processOf(*stream)) || links.empty()) {
+             return true;
+           }
+           const bool isInTap = std::ranges::any_of(
+               links, [&](const Link& link) { return link.inputNode == sink->id; });
+           return isInTap == wanted;
+         });
+}
+
+}  // namespace orvelle::pipewire
