@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "orvelle/platform/AudioTypes.h"
+#include "orvelle/platform/pipewire/ProcessIdentity.h"
 #include "orvelle/platform/pipewire/StereoCycle.h"
 #include "orvelle/platform/pipewire/Transport.h"
 #include "orvelle/platform/pipewire/Volume.h"
@@ -86,6 +87,43 @@ TEST(Transport, OnlyCardsRadiosAndNetworksAreBehindANode) {
   EXPECT_FALSE(hasDeviceBehind({{"node.network", "false"}}));
   EXPECT_FALSE(hasDeviceBehind({{"device.api", ""}}));
   EXPECT_FALSE(hasDeviceBehind({{"node.virtual", "true"}}));
+}
+
+// Processes
+
+// Would catch a program of the PulseAudio server listed as the server, and a sandboxed one as the
+// process outside that happens to have the number it has inside.
+TEST(ProcessIdentity, IsWhatCanBeBelieved) {
+  const Properties native = {{"pipewire.sec.pid", "70"}, {"application.name", "Connection"}};
+  const Properties pulse = {{"client.api", "pipewire-pulse"},
+                            {"pipewire.sec.pid", "40"},
+                            {"application.process.id", "71"},
+                            {"application.process.binary", "browser"}};
+  const auto sandboxed = [](Properties client) {
+    client["pipewire.access.portal.app_id"] = "org.example.App";
+    return client;
+  };
+  const Properties stream = {{"application.process.id", "2"}, {"application.name", "Stream"}};
+  struct Case {
+    Properties stream;
+    Properties client;
+    std::int32_t pid;
+    std::string bundleID;
+    std::string name;
+  };
+  for (const Case& each :
+       {Case{{}, native, 70, "", "Connection"}, Case{stream, native, 2, "", "Stream"},
+        Case{{}, pulse, 71, "browser", ""},
+        Case{{{"application.id", "org.example.Browser"}}, pulse, 71, "org.example.Browser", ""},
+        Case{stream, sandboxed(native), 70, "org.example.App", "Stream"},
+        Case{stream, sandboxed(pulse), 0, "org.example.App", "Stream"},
+        Case{{{"application.process.id", "12x"}}, {}, 0, "", ""},
+        Case{{{"application.process.id", "-5"}}, native, 70, "", "Connection"}}) {
+    const ProcessIdentity identity = identify(each.stream, each.client);
+    EXPECT_EQ(identity.pid, each.pid);
+    EXPECT_EQ(identity.bundleID, each.bundleID);
+    EXPECT_EQ(identity.name, each.name);
+  }
 }
 
 // Volume
@@ -209,6 +247,27 @@ TEST(StereoCycleTest, UnlinkedChannelsAreSilentAndUnwanted) {
   EXPECT_EQ(outputLeft, std::vector<float>(frames, 0.0F));
   cycle.run({.outputLeft = outputLeft.data()}, 0);
   EXPECT_EQ(pieces.samples.size(), std::size_t{3} * frames * 2);
+}
+
+// Would catch a factor on the wrong side, one that outlives its time, and a copy that is not exact
+// without one.
+TEST(StereoCycleTest, FactorsActOnWhatTheBlockPlays) {
+  StereoCycle cycle([](AudioBufferList input, AudioBufferList output) {
+    std::memcpy(output[0].mData, input[0].mData, output[0].mDataByteSize);
+  });
+  const std::vector<float> input = {0.1F, -0.7F, 1.5F};
+  std::vector<float> left(3);
+  std::vector<float> right(3);
+  const auto run = [&](float leftFactor, float rightFactor) {
+    cycle.setOutputFactors(leftFactor, rightFactor);
+    cycle.run({input.data(), input.data(), left.data(), right.data()}, 3);
+  };
+  run(0.5F, 0.0F);
+  EXPECT_EQ(left, (std::vector<float>{0.05F, -0.35F, 0.75F}));
+  EXPECT_EQ(right, std::vector<float>(3, 0.0F));
+  run(1.0F, 1.0F);
+  EXPECT_EQ(left, input);
+  EXPECT_EQ(right, input);
 }
 
 // Would catch the last sound repeated for ever as a buzz once the block's owner is gone.

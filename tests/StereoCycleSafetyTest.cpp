@@ -34,6 +34,7 @@ TEST(StereoCycleSafety, StaysInUserSpace) {
           for (const std::uint32_t frames : {64U, 1024U, 0U, longest, 8192U, 1U}) {
             cycle.run({left.data(), right.data(), outputLeft.data(), outputRight.data()}, frames);
             cycle.run({.inputLeft = left.data(), .outputMono = outputMono.data()}, frames);
+            cycle.setOutputFactors(0.5F, 0.25F);
             cycle.run({}, frames);
           }
         }),

@@ -16,14 +16,12 @@ namespace orvelle::pipewire {
 /// A program that has at least one playback stream, or has had one and is still connected.
 struct ClientProcess {
   AudioObjectID id = kAudioObjectUnknown;
-  /// 0 for a sandboxed program that the session knows by its connection only: the process id that
-  /// it gives is that of its sandbox.
-  std::int32_t pid = 0;
+  std::int32_t pid = 0;  ///< 0 for one that is known by its connection only
   /// When the process began, to tell it from a later one of the same pid; absent when unknown.
   std::optional<std::uint64_t> startTime{};
   std::set<std::uint32_t> clients{};  ///< its connections that have played, by id in the session
-  std::string bundleID{};  ///< application id, else the binary's name; empty when neither is told
-  std::string name{};      ///< what it calls itself
+  std::string bundleID{};
+  std::string name{};  ///< what it calls itself
 };
 
 /// In order of appearance. Session lock held in every call.
@@ -43,7 +41,7 @@ class ProcessCatalogue {
   [[nodiscard]] bool isPlaying(const ClientProcess& process) const;
 
  private:
-  ClientProcess& entryOf(const Node& stream, const Client& client);
+  ClientProcess& entryOf(std::int32_t pid, std::uint32_t client);
   ClientProcess& addEntry(std::int32_t pid);
 
   Session& session_;
