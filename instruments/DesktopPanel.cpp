@@ -15,6 +15,9 @@
 namespace orvelle::instruments {
 namespace {
 
+/// Of a stream, in the default metadata: the output that it was sent to.
+constexpr const char* targetKey = "target.object";
+
 /// The value of "name" in a small JSON object; empty when there is none.
 std::string nameIn(const char* json) {
   const std::string_view text = json != nullptr ? json : "";
@@ -92,6 +95,51 @@ class BoundNode {
   pw_node* node_ = nullptr;
   spa_hook listener_{};
   NodeVolume volume_;
+};
+
+/// Asks where a stream was sent. Servers tell changes about an object only to clients that have
+/// spoken to them since it appeared: a listener that keeps quiet would miss them.
+class TargetReader {
+ public:
+  TargetReader(SessionClient& client, std::uint32_t metadataID, std::uint32_t stream)
+      : client_(client), stream_(stream) {
+    client_.roundTrip();
+    const SessionClient::Lock lock(client_);
+    metadata_ = static_cast<pw_metadata*>(pw_registry_bind(
+        client_.registry(), metadataID, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
+    pw_metadata_add_listener(metadata_, &listener_, &events, this);
+  }
+  TargetReader(const TargetReader&) = delete;
+  TargetReader& operator=(const TargetReader&) = delete;
+  ~TargetReader() {
+    const SessionClient::Lock lock(client_);
+    spa_hook_remove(&listener_);
+    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(metadata_));
+  }
+
+  std::string read() {
+    client_.roundTrip();
+    const SessionClient::Lock lock(client_);
+    return target_;
+  }
+
+ private:
+  static int property(void* data, std::uint32_t subject, const char* key, const char* /*type*/,
+                      const char* value) {
+    auto& self = *static_cast<TargetReader*>(data);
+    if (subject == self.stream_ && key != nullptr && std::string_view(key) == targetKey) {
+      self.target_ = value != nullptr ? value : "";
+    }
+    return 0;
+  }
+
+  static constexpr pw_metadata_events events{PW_VERSION_METADATA_EVENTS, property};
+
+  SessionClient& client_;
+  const std::uint32_t stream_;
+  pw_metadata* metadata_ = nullptr;
+  spa_hook listener_{};
+  std::string target_;
 };
 
 /// Memory for one small parameter.
@@ -190,20 +238,21 @@ bool DesktopPanel::waitForDefault(std::string_view name, std::chrono::millisecon
   return SessionClient::waitFor([&] { return defaultSink() == name; }, limit);
 }
 
-void DesktopPanel::setMetadata(pw_metadata* metadata, const std::string& key, const char* type,
-                               const std::string& value) {
+void DesktopPanel::setMetadata(pw_metadata* metadata, std::uint32_t subject, const std::string& key,
+                               const char* type, const std::string& value) {
   if (metadata == nullptr) {
     throw std::runtime_error("the session has no metadata for " + key);
   }
   {
     const SessionClient::Lock lock(client_);
-    pw_metadata_set_property(metadata, PW_ID_CORE, key.c_str(), type, value.c_str());
+    pw_metadata_set_property(metadata, subject, key.c_str(), type,
+                             value.empty() ? nullptr : value.c_str());
   }
   client_.roundTrip();
 }
 
 std::int64_t DesktopPanel::configureSink(const std::string& name) {
-  setMetadata(default_, "default.configured.audio.sink", "Spa:String:JSON",
+  setMetadata(default_, PW_ID_CORE, "default.configured.audio.sink", "Spa:String:JSON",
               R"({ "name": ")" + name + R"(" })");
   return monotonicNanoseconds();
 }
@@ -214,6 +263,31 @@ std::uint32_t DesktopPanel::idOf(std::string_view node) const {
     throw std::runtime_error("the session has no node " + std::string(node));
   }
   return found->id;
+}
+
+void DesktopPanel::sendStream(std::string_view stream, const std::string& target) {
+  const bool isSerial = target.find_first_not_of("0123456789") == std::string::npos;
+  setMetadata(default_, idOf(stream), targetKey, isSerial ? "Spa:Id" : "Spa:String", target);
+}
+
+std::string DesktopPanel::streamTarget(std::string_view stream) {
+  return TargetReader(client_, defaultID_, idOf(stream)).read();
+}
+
+std::set<std::string> DesktopPanel::outputsOf(std::string_view stream) const {
+  const auto source = client_.node(stream);
+  std::set<std::string> outputs;
+  for (const SessionObject& link : client_.links()) {
+    if (!source || link.idProperty(PW_KEY_LINK_OUTPUT_NODE) != source->id) {
+      continue;
+    }
+    for (const SessionObject& node : client_.nodes()) {
+      if (node.id == link.idProperty(PW_KEY_LINK_INPUT_NODE)) {
+        outputs.insert(node.property(PW_KEY_NODE_NAME));
+      }
+    }
+  }
+  return outputs;
 }
 
 NodeVolume DesktopPanel::volume(std::string_view node) {
@@ -266,7 +340,7 @@ void DesktopPanel::letTake(std::string_view node, const std::function<bool()>& s
 }
 
 void DesktopPanel::forceQuantum(int frames) {
-  setMetadata(settings_, "clock.force-quantum", "", std::to_string(frames));
+  setMetadata(settings_, PW_ID_CORE, "clock.force-quantum", "", std::to_string(frames));
 }
 
 }  // namespace orvelle::instruments

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -49,6 +50,14 @@ class DesktopPanel : private SessionObserver {
   /// Chooses an output; returns when the server has taken it: its CLOCK_MONOTONIC time.
   std::int64_t configureSink(const std::string& name);
 
+  /// Sends a stream to an output, as mixers do: to a node.name or an object.serial. Empty: lets it
+  /// follow the default again.
+  void sendStream(std::string_view stream, const std::string& target);
+  /// The order above that is in force, whoever gave it; empty when there is none.
+  [[nodiscard]] std::string streamTarget(std::string_view stream);
+  /// node.name of every output that a stream is linked to.
+  [[nodiscard]] std::set<std::string> outputsOf(std::string_view stream) const;
+
   /// Throws std::runtime_error for a name that is not there.
   [[nodiscard]] NodeVolume volume(std::string_view node);
   /// Sets all channels; on the scale that mixers show. An output that has never run is made to run
@@ -64,8 +73,8 @@ class DesktopPanel : private SessionObserver {
 
   void objectAdded(SessionClient& client, const SessionObject& object) override;
   void objectRemoved(SessionClient& client, const SessionObject& object) override;
-  void setMetadata(pw_metadata* metadata, const std::string& key, const char* type,
-                   const std::string& value);
+  void setMetadata(pw_metadata* metadata, std::uint32_t subject, const std::string& key,
+                   const char* type, const std::string& value);
   /// Repeats `set` until it says that the output has taken it, with the output running if need be.
   void letTake(std::string_view node, const std::function<bool()>& set);
   [[nodiscard]] std::uint32_t idOf(std::string_view node) const;

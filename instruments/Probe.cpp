@@ -90,7 +90,10 @@ struct Probe::Events {
 Probe::Probe(Signal signal, const ProbeOptions& options)
     : signal_(std::move(signal)), client_(options.name) {
   connect(options);
-  if (!SessionClient::waitFor([this] { return frames() > 0; }, startLimit)) {
+  const auto isThere = [&] {
+    return options.isPaused ? client_.node(options.name).has_value() : frames() > 0;
+  };
+  if (!SessionClient::waitFor(isThere, startLimit)) {
     throw std::runtime_error("the probe cannot play");
   }
 }
@@ -129,7 +132,8 @@ void Probe::connect(const ProbeOptions& options) {
   std::array<const spa_pod*, 1> parameters = {
       spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &format)};
   const auto flags = static_cast<pw_stream_flags>(
-      PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_RT_PROCESS);
+      PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_RT_PROCESS |
+      (options.isPaused ? PW_STREAM_FLAG_INACTIVE : PW_STREAM_FLAG_NONE));
   if (pw_stream_connect(stream_.get(), PW_DIRECTION_OUTPUT, PW_ID_ANY, flags, parameters.data(),
                         parameters.size()) < 0) {
     throw std::runtime_error("the probe cannot join the session");

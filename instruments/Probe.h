@@ -50,9 +50,11 @@ struct ProbeOptions {
   int rate = 48000;       // Hz
   int latencyFrames = 0;  ///< wish for the cycle length; 0: none
   std::string target{};   ///< node.name to stay on; empty: the default output
+  bool isPaused = false;  ///< there and silent, like a player that waits for its user
 };
 
-/// Plays from construction to destruction. Throws std::runtime_error when it cannot.
+/// Plays from construction to destruction, unless it is paused. Throws std::runtime_error when it
+/// cannot.
 class Probe {
  public:
   Probe(Signal signal, const ProbeOptions& options);

@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "instruments/Subprocess.h"
+
 namespace orvelle::instruments {
 
 struct SessionClient::Events {
@@ -29,7 +31,7 @@ struct SessionClient::Events {
   static void global(void* data, std::uint32_t id, std::uint32_t /*permissions*/, const char* type,
                      std::uint32_t /*version*/, const spa_dict* properties) {
     auto& self = *static_cast<SessionClient*>(data);
-    SessionObject object{id, type, {}};
+    SessionObject object{id, type, {}, monotonicNanoseconds()};
     if (properties != nullptr) {
       for (std::uint32_t index = 0; index < properties->n_items; ++index) {
         object.properties[properties->items[index].key] = properties->items[index].value;

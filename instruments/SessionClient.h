@@ -20,6 +20,7 @@ struct SessionObject {
   std::uint32_t id = 0;
   std::string type;  ///< interface name, like PW_TYPE_INTERFACE_Node
   std::map<std::string, std::string> properties;
+  std::int64_t appearedNs = 0;  ///< when the session told of it, CLOCK_MONOTONIC
 
   /// Empty when absent.
   [[nodiscard]] std::string property(const std::string& key) const;

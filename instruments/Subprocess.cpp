@@ -14,6 +14,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -41,6 +42,27 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   }
   pointers.push_back(nullptr);
   return pointers;
+}
+
+/// User and system time. What comes before them in the line is a name, which may hold anything, and
+/// eleven fields behind its bracket.
+double cpuSecondsIn(const std::filesystem::path& stat) {
+  std::ifstream stream(stat);
+  std::string line;
+  std::getline(stream, line);
+  const std::size_t bracket = line.rfind(')');
+  if (bracket == std::string::npos) {
+    return 0.0;
+  }
+  std::istringstream fields(line.substr(bracket + 1));
+  std::string skipped;
+  for (int field = 0; field < 11; ++field) {
+    fields >> skipped;
+  }
+  double userTicks = 0.0;
+  double systemTicks = 0.0;
+  fields >> userTicks >> systemTicks;
+  return (userTicks + systemTicks) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 /// The file actions and attributes of one spawn.
@@ -197,6 +219,7 @@ ProcessUsage usageOf(pid_t process) {
       usage.threads = std::stoi(line.substr(8));
     }
   }
+  usage.cpuSeconds = cpuSecondsIn(directory / "stat");
   std::error_code error;
   for (std::filesystem::directory_iterator entry(directory / "fd", error), end;
        !error && entry != end; entry.increment(error)) {

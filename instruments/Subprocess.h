@@ -53,6 +53,7 @@ struct ProcessUsage {
   long residentKiB = 0;
   int threads = 0;
   int descriptors = 0;
+  double cpuSeconds = 0.0;  ///< used since it began, by all its threads
 };
 /// All zero for a process that has ended.
 ProcessUsage usageOf(pid_t process);

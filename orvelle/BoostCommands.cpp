@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "orvelle/DeviceRouter.h"
 #include "orvelle/EngineError.h"
 #include "orvelle/HAL.h"
 #include "orvelle/NumberText.h"
@@ -11,6 +12,15 @@
 namespace orvelle {
 
 namespace {
+
+constexpr const char* kOwnLoopbackUID = "OrvelleAudioDevice_UID";
+/// The driver that many computers have already.
+constexpr const char* kOtherLoopbackUID = "BlackHole2ch_UID";
+
+/// What `--gain` says, or `defaultGain` where it is no number.
+float gainOf(const CommandLine& commandLine, float defaultGain) {
+  return parseFloat(commandLine.value("--gain").value_or("")).value_or(defaultGain);
+}
 
 std::string gainText(float gain) {
   return shortestText(gain) + " (≈" + decibelText(gain) + " dB)";
@@ -31,8 +41,12 @@ bool startEngine(BoostEngine& engine, Console& console, const std::string& loopb
   return false;
 }
 
-/// Takes effect once the main queue runs. The engine must live until that has ended.
+/// Called before the first step: a Ctrl-C in the middle of the start would end the process with the
+/// output raised to full volume. It waits until the boost runs, and then ends it properly. The
+/// engine must live until the main queue has ended.
 void stopOnInterrupt(BoostEngine& engine, const EngineHost& host) {
+  // A reader of the meter lines that goes away must not end the process in that state either.
+  host.queue.onSignal(SIGPIPE, [] {});
   host.queue.onSignal(SIGINT, [&engine, &console = host.console, &queue = host.queue] {
     engine.stop(true);
     console.print("\nStopped, default output restored.");
@@ -58,25 +72,54 @@ int boostCommand(const CommandLine& commandLine, const CommandHost& host) {
     outputUID = hal.describe(hal.defaultOutput()).uid;
   }
   constexpr float defaultGain = 1.5F;
-  const float gain = parseFloat(commandLine.value("--gain").value_or("")).value_or(defaultGain);
   return runBoost({*hardware, host.queue, host.clock, host.console}, *loopbackUID, *outputUID,
-                  gain);
+                  gainOf(commandLine, defaultGain));
 }
 
 int runBoost(const EngineHost& host, const std::string& loopbackUID, const std::string& outputUID,
              float gain) {
   BoostEngine engine(host);
   engine.gain = gain;
-  // Caught before the first step: a Ctrl-C in the middle of the start would end the process with
-  // the output raised to full volume. It waits until the boost runs, and then ends it properly.
   stopOnInterrupt(engine, host);
-  // A reader of the meter lines that goes away must not end the process in that state either.
-  host.queue.onSignal(SIGPIPE, [] {});
   if (!startEngine(engine, host.console, loopbackUID, outputUID)) {
     return 1;
   }
   host.console.print("Boost running at gain " + gainText(gain) + ".");
   host.console.print("Loopback: " + loopbackUID + "\nOutput:   " + outputUID + "\nCtrl-C to stop.");
+  return host.queue.run();
+}
+
+int autoCommand(const CommandLine& commandLine, const CommandHost& host) {
+  const auto hardware = openHardware(host);
+  if (!hardware) {
+    return 1;
+  }
+  const bool hasOwnLoopback = HAL(*hardware).device(kOwnLoopbackUID).has_value();
+  const std::string loopbackUID =
+      commandLine.value("--input").value_or(hasOwnLoopback ? kOwnLoopbackUID : kOtherLoopbackUID);
+  constexpr float defaultGain = 3.0F;
+  return runAuto({*hardware, host.queue, host.clock, host.console}, loopbackUID,
+                 gainOf(commandLine, defaultGain));
+}
+
+int runAuto(const EngineHost& host, const std::string& loopbackUID, float gain) {
+  const auto output = DeviceRouter::preferredOutput(HAL(host.hardware));
+  if (!output) {
+    host.console.printError("No real output device found.\n");
+    return 1;
+  }
+  BoostEngine engine(host);
+  engine.gain = gain;
+  stopOnInterrupt(engine, host);
+  if (!startEngine(engine, host.console, loopbackUID, output->uid)) {
+    return 1;
+  }
+  DeviceRouter router(host, engine);
+  router.start();
+  host.console.print("Auto-boost running at gain " + gainText(gain) + ".");
+  host.console.print("Output follows device changes. Current: " + output->name + " [" +
+                     std::string(transportName(output->transportType)) + "]");
+  host.console.print("Ctrl-C to stop.");
   return host.queue.run();
 }
 

@@ -17,4 +17,11 @@ int boostCommand(const CommandLine& commandLine, const CommandHost& host);
 int runBoost(const EngineHost& host, const std::string& loopbackUID, const std::string& outputUID,
              float gain);
 
+/// `auto`: as `boost`, on the best real output as devices come and go.
+int autoCommand(const CommandLine& commandLine, const CommandHost& host);
+
+/// Boosts through the loopback device into the preferred output until Ctrl-C. Status 1 where there
+/// is no real output. Otherwise as `runBoost`.
+int runAuto(const EngineHost& host, const std::string& loopbackUID, float gain);
+
 }  // namespace orvelle

@@ -1,7 +1,6 @@
 #include "orvelle/BoostEngine.h"
 
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
 #include "orvelle/OutputRanking.h"
@@ -10,8 +9,6 @@
 namespace orvelle {
 
 namespace {
-
-constexpr std::string_view kOwnUIDPrefix = "app.orvelle.";
 
 constexpr int kDefaultOutputAttempts = 20;
 constexpr double kDefaultOutputWaitSeconds = 0.1;
@@ -24,7 +21,7 @@ constexpr int kRestoreAttempts = 3;
 }  // namespace
 
 BoostEngine::BoostEngine(const EngineHost& host)
-    : host_(host), hal_(host.hardware), meter_(host.queue, host.console, renderCalls, inputPeak) {}
+    : host_(host), hal_(host.hardware), meter_(host.queue, host.console, *this) {}
 
 BoostEngine::~BoostEngine() {
   removeDefaultGuard();
@@ -49,7 +46,7 @@ void BoostEngine::start(const std::string& loopbackUID, const std::string& outpu
     throw EngineError::osStatus("SetDefaultOutput (loopback never took)", -1);
   }
   handLevelToLoopback(loopback->id, previousLevel, outputUID);
-  knownDevices_ = foreignDevices();
+  knownDevices_ = hal_.foreignDeviceIDs();
   installDefaultGuard();
   buildAndStart(outputUID);
   isRunning_ = true;
@@ -212,7 +209,7 @@ void BoostEngine::deviceListChanged() {
   if (!isRunning_) {
     return;
   }
-  const std::vector<AudioObjectID> devices = foreignDevices();
+  const std::vector<AudioObjectID> devices = hal_.foreignDeviceIDs();
   if (devices.empty() || devices == knownDevices_) {
     return;
   }
@@ -230,20 +227,12 @@ void BoostEngine::deviceListChanged() {
   }
 }
 
-/// Our own aggregate is listed too, and making one must not look like news.
-std::vector<AudioObjectID> BoostEngine::foreignDevices() const {
-  std::vector<AudioObjectID> devices = hal_.allDeviceIDs();
-  std::erase_if(devices, [this](AudioObjectID id) {
-    return hal_.string(id, kAudioDevicePropertyDeviceUID).starts_with(kOwnUIDPrefix);
-  });
-  return devices;
-}
-
 /// Feeds the wanted output again once it and the loopback are both there.
 void BoostEngine::resume() {
-  if (hal_.device(loopbackUID_) && hal_.device(wantedOutputUID_)) {
+  const std::string outputUID = wantedOutputUID_;
+  if (!outputUID.empty() && hal_.device(loopbackUID_) && hal_.device(outputUID)) {
     teardownAggregate();
-    rebuild(wantedOutputUID_);
+    rebuild(outputUID);
   }
 }
 
@@ -253,6 +242,7 @@ void BoostEngine::rebuild(const std::string& outputUID) {
     buildAndStart(outputUID);
   } catch (const EngineError&) {
     teardownAggregate();
+    wantedOutputUID_ = outputUID;
     return;
   }
   reassertLoopbackDefault();
@@ -305,13 +295,14 @@ void BoostEngine::lowerOutput() {
   const OutputLevel level = std::exchange(boostedOutputPrevLevel_, {});
   if (!setLevel(output, level)) {
     owedLevels_[boostedOutputUID_] = level;
+    settleOwedLevels();
   }
   boostedOutputUID_.clear();
 }
 
 void BoostEngine::settleOwedLevels() {
-  // The default output may go to one of them next: a call that fails in passing must not leave it
-  // loud.
+  // The default output may go to one of them next, and a tap may play into it now: a call that
+  // fails in passing must not leave it loud.
   for (int attempt = 0; attempt < kRestoreAttempts && !owedLevels_.empty(); ++attempt) {
     std::erase_if(owedLevels_, [this](const auto& owed) {
       const auto output = hal_.device(owed.first);
@@ -323,7 +314,7 @@ void BoostEngine::settleOwedLevels() {
 // Aggregate and callback
 
 void BoostEngine::buildAndStart(const std::string& outputUID) {
-  wantedOutputUID_ = outputUID;
+  wantedOutputUID_.clear();
   const auto output = hal_.device(outputUID);
   if (!output) {
     throw EngineError::deviceNotFound(outputUID);
@@ -343,6 +334,7 @@ void BoostEngine::buildAndStart(const std::string& outputUID) {
   aggregateID_ = makeAggregate(loopbackUID_, outputUID);
   startIOProc();
   currentOutputUID_ = outputUID;
+  wantedOutputUID_ = outputUID;
 }
 
 AudioObjectID BoostEngine::makeAggregate(const std::string& loopbackUID,
@@ -363,15 +355,8 @@ AudioObjectID BoostEngine::makeAggregate(const std::string& loopbackUID,
 
 void BoostEngine::startIOProc() {
   AudioDeviceIOProcID procID = 0;
-  OSStatus status = host_.hardware.createIOProcID(
-      aggregateID_,
-      [this, gate = gate_](AudioBufferList input, AudioBufferList output) {
-        if (gate->enter()) {
-          render(input, output);
-          gate->leave();
-        }
-      },
-      procID);
+  OSStatus status =
+      host_.hardware.createIOProcID(aggregateID_, renderWhileOpen(gate_, *this), procID);
   if (status != kAudioHardwareNoError || procID == 0) {
     throw EngineError::osStatus("CreateIOProcID", status);
   }
@@ -389,6 +374,11 @@ void BoostEngine::startIOProc() {
 }
 
 void BoostEngine::teardownAggregate() {
+  if (!isDefaultOnLoopback()) {
+    // Somebody has just moved the default output. A tapped program on our output then follows the
+    // loopback only as long as the aggregate stands.
+    lowerOutput();
+  }
   if (procID_ != 0) {
     host_.hardware.stopDevice(aggregateID_, procID_);
     host_.hardware.destroyIOProcID(aggregateID_, std::exchange(procID_, 0));

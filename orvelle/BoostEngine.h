@@ -13,21 +13,11 @@
 #include "orvelle/BoostRender.h"
 #include "orvelle/ConsoleMeter.h"
 #include "orvelle/EngineError.h"
+#include "orvelle/EngineHost.h"
 #include "orvelle/HAL.h"
 #include "orvelle/OwnerGate.h"
-#include "orvelle/platform/Clock.h"
-#include "orvelle/platform/Console.h"
-#include "orvelle/platform/MainQueue.h"
 
 namespace orvelle {
-
-/// Everything that an engine needs of the world.
-struct EngineHost {
-  AudioHardware& hardware;
-  MainQueue& queue;
-  Clock& clock;
-  Console& console;
-};
 
 /// While it runs, applications play into the loopback device, the real output stands at full
 /// hardware volume, and the loopback's volume is the system's volume control.
@@ -56,7 +46,7 @@ class BoostEngine final : public BoostRender {
   void stop(bool restoreDefault);
 
   /// Makes the real output run: raises it, builds the aggregate and starts the callback. Throws
-  /// EngineError.
+  /// EngineError; trying again is then up to the caller, who calls `teardownAggregate` meanwhile.
   void buildAndStart(const std::string& outputUID);
   /// Ends the callback and the aggregate, then puts the real output's mute and volume back.
   void teardownAggregate();
@@ -93,7 +83,6 @@ class BoostEngine final : public BoostRender {
   void defaultOutputChanged();
   void follow(const AudioDeviceInfo& output);
   void deviceListChanged();
-  [[nodiscard]] std::vector<AudioObjectID> foreignDevices() const;
   void resume();
   void rebuild(const std::string& outputUID);
 
@@ -117,7 +106,7 @@ class BoostEngine final : public BoostRender {
   std::string loopbackUID_;
   AudioObjectID loopbackID_ = kAudioObjectUnknown;
   std::string currentOutputUID_;
-  /// The output that was last asked for, fed or not: it is taken again when it returns.
+  /// The output that was last fed, or that the user chose: it is taken again when it returns.
   std::string wantedOutputUID_;
   bool isRunning_ = false;
 

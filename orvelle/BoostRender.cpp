@@ -2,17 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <span>
+
+#include "orvelle/Samples.h"
 
 namespace orvelle {
 namespace {
 
 // The order of single-precision operations below is part of the sound: results are compared bit for
 // bit across back ends, processors and versions. Do not regroup.
-
-/// Interleaved samples of one output buffer; every stage works in place on them.
-using Samples = std::span<float>;
 
 /// What the chain takes as read once per callback, so that a change from another thread never
 /// lands in the middle of a buffer.
@@ -23,18 +21,9 @@ struct Settings {
   Equalizer::Coefficients coefficients;  // only where the equaliser is enabled
 };
 
-float finiteOrSilence(float value) {
-  return std::isfinite(value) ? value : 0.0F;
-}
-
 /// Decaying filters would otherwise end in denormal numbers, which cost a hundred times the time.
 float flushed(float value) {
   return std::fabs(value) < Equalizer::denormalFloor ? 0.0F : value;
-}
-
-/// Filters remember; one NaN let in here would silence them for ever.
-void copyFinite(const float* source, Samples destination) {
-  std::transform(source, source + destination.size(), destination.begin(), finiteOrSilence);
 }
 
 /// `memory` begins with z1, z2 of the first band, those of the next lie `bandStride` further on.
@@ -76,14 +65,6 @@ void equalise(Samples samples, std::int64_t deviceChannels,
     }
     deviceChannel = deviceChannel + 1 == deviceChannels ? 0 : deviceChannel + 1;
   }
-}
-
-float peakOf(std::span<const float> samples) {
-  float peak = 0.0F;
-  for (const float sample : samples) {
-    peak = std::max(peak, std::fabs(sample));
-  }
-  return peak;
 }
 
 /// Gain, then a peak limiter without look-ahead: the gain reduction follows its target sample by
@@ -131,14 +112,9 @@ void widen(Samples samples, float width) {
 /// Runs the chain over one pair of buffers and returns the peak between equaliser and gain.
 float renderBuffer(const AudioBuffer& input, const AudioBuffer& output, const Settings& settings,
                    Equalizer& equalizer, float& limReduction) {
-  if (input.mData == nullptr || output.mData == nullptr) {
-    return 0.0F;
-  }
-  const std::uint32_t bytes = std::min(input.mDataByteSize, output.mDataByteSize);
-  const Samples samples(static_cast<float*>(output.mData), bytes / sizeof(float));
+  // Filters remember; one NaN let in here would silence them for ever.
+  const Samples samples = copyFinite(input, output);
   const std::int64_t deviceChannels = std::max<std::int64_t>(output.mNumberChannels, 1);
-
-  copyFinite(static_cast<const float*>(input.mData), samples);
   if (settings.equalizerEnabled) {
     equalise(samples, deviceChannels, settings.coefficients, equalizer);
   }
@@ -150,14 +126,6 @@ float renderBuffer(const AudioBuffer& input, const AudioBuffer& output, const Se
     widen(samples, settings.spatialWidth);
   }
   return peak;
-}
-
-void silence(AudioBufferList buffers) {
-  for (const AudioBuffer& buffer : buffers) {
-    if (buffer.mData != nullptr) {
-      std::memset(buffer.mData, 0, buffer.mDataByteSize);
-    }
-  }
 }
 
 }  // namespace
@@ -178,10 +146,7 @@ void BoostRender::render(AudioBufferList input, AudioBufferList output) noexcept
   }
   silence(output.subspan(pairs));
 
-  renderCalls.fetch_add(1, std::memory_order_relaxed);
-  if (inputPeak.load(std::memory_order_relaxed) < peak) {
-    inputPeak.store(peak, std::memory_order_relaxed);
-  }
+  countCallback(peak);
   currentLevel.store(peak, std::memory_order_relaxed);
 }
 

@@ -2,9 +2,9 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
 
 #include "orvelle/Equalizer.h"
+#include "orvelle/MeterFeed.h"
 #include "orvelle/platform/AudioTypes.h"
 
 namespace orvelle {
@@ -13,7 +13,7 @@ namespace orvelle {
 ///
 /// `gain`, `spatialWidth` and the equaliser may be written by any thread while a callback runs;
 /// `render` reads each once per callback. The level fields go the other way.
-class BoostRender {
+class BoostRender : public MeterFeed {
  public:
   /// Linear factor. Exactly 1.0 passes gain and limiter by.
   std::atomic<float> gain{1.0F};
@@ -24,10 +24,6 @@ class BoostRender {
 
   /// Peak of the latest callback, after the equaliser and before the gain.
   std::atomic<float> currentLevel{0.0F};
-  /// Callbacks since the meter last took them.
-  std::atomic<std::int64_t> renderCalls{0};
-  /// Peak since the meter last took it.
-  std::atomic<float> inputPeak{0.0F};
 
   static constexpr float limThreshold = 0.98F;
   /// One-pole smoothing per sample: some 1 ms down, some 100 ms up at 48 kHz.
@@ -48,9 +44,6 @@ class BoostRender {
  protected:
   /// The limiter's gain, carried from sample to sample over all channels. Real-time thread only.
   float limReduction = 1.0F;
-
-  static_assert(std::atomic<float>::is_always_lock_free &&
-                std::atomic<std::int64_t>::is_always_lock_free);
 };
 
 }  // namespace orvelle

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "orvelle/platform/ApplicationNames.h"
 #include "orvelle/platform/AudioHardware.h"
 #include "orvelle/platform/Clock.h"
 #include "orvelle/platform/Console.h"
@@ -16,6 +17,7 @@ struct CommandHost {
   MainQueue& queue;
   Clock& clock;
   Console& console;
+  const ApplicationNames& applicationNames;
   /// Connects to the audio hardware. Null when there is none; `problem` is then one line that says
   /// what was tried and what to do. Called only by commands that cannot do without.
   std::function<std::unique_ptr<AudioHardware>(std::string& problem)> openHardware;

@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "orvelle/AppCommands.h"
 #include "orvelle/BoostCommands.h"
 #include "orvelle/DeviceCommands.h"
 
@@ -23,11 +24,8 @@ usage:
   orvelle appvol --pid <pid>         set one app's volume independently
          [--vol <0..3>])";
 
-int sayNotInThisVersion(const CommandLine& commandLine, const CommandHost& host) {
-  const std::string what = commandLine.command() == "gui"
-                               ? "The menu-bar application"
-                               : "The command \"" + commandLine.command() + "\"";
-  host.console.printError(what + " is not part of this version of Orvelle yet.\n");
+int sayNotInThisVersion(const CommandLine& /*commandLine*/, const CommandHost& host) {
+  host.console.printError("The menu-bar application is not part of this version of Orvelle yet.\n");
   return 1;
 }
 
@@ -37,10 +35,10 @@ struct Command {
 };
 
 constexpr std::array kCommands = {
-    Command{"list", listCommand},         Command{"watch", watchCommand},
-    Command{"boost", boostCommand},       Command{"auto", sayNotInThisVersion},
-    Command{"apps", sayNotInThisVersion}, Command{"appvol", sayNotInThisVersion},
-    Command{"rate", rateCommand},         Command{"gui", sayNotInThisVersion},
+    Command{"list", listCommand},   Command{"watch", watchCommand},
+    Command{"boost", boostCommand}, Command{"auto", autoCommand},
+    Command{"apps", appsCommand},   Command{"appvol", appvolCommand},
+    Command{"rate", rateCommand},   Command{"gui", sayNotInThisVersion},
 };
 
 }  // namespace

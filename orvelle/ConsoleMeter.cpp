@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 
@@ -24,9 +25,8 @@ std::string bars(float peak) {
 
 }  // namespace
 
-ConsoleMeter::ConsoleMeter(MainQueue& queue, Console& console,
-                           std::atomic<std::int64_t>& renderCalls, std::atomic<float>& inputPeak)
-    : queue_(queue), console_(console), renderCalls_(renderCalls), inputPeak_(inputPeak) {}
+ConsoleMeter::ConsoleMeter(MainQueue& queue, Console& console, MeterFeed& feed)
+    : queue_(queue), console_(console), feed_(feed) {}
 
 ConsoleMeter::~ConsoleMeter() {
   stop();
@@ -45,8 +45,8 @@ void ConsoleMeter::stop() {
 }
 
 void ConsoleMeter::printLine() {
-  const std::int64_t calls = renderCalls_.exchange(0, std::memory_order_relaxed);
-  const float peak = inputPeak_.exchange(0.0F, std::memory_order_relaxed);
+  const std::int64_t calls = feed_.renderCalls.exchange(0, std::memory_order_relaxed);
+  const float peak = feed_.inputPeak.exchange(0.0F, std::memory_order_relaxed);
   std::array<char, 96> figures{};
   std::snprintf(figures.data(), figures.size(), "  in: %4lld cb/s  peak %.3f ",
                 static_cast<long long>(calls), static_cast<double>(peak));

@@ -1,9 +1,7 @@
 // The once-a-second meter line of an engine.
 #pragma once
 
-#include <atomic>
-#include <cstdint>
-
+#include "orvelle/MeterFeed.h"
 #include "orvelle/platform/Console.h"
 #include "orvelle/platform/MainQueue.h"
 
@@ -13,9 +11,8 @@ namespace orvelle {
 /// callback that runs in that moment may be lost to the count. Main thread.
 class ConsoleMeter {
  public:
-  /// All four outlive the meter.
-  ConsoleMeter(MainQueue& queue, Console& console, std::atomic<std::int64_t>& renderCalls,
-               std::atomic<float>& inputPeak);
+  /// All three outlive the meter.
+  ConsoleMeter(MainQueue& queue, Console& console, MeterFeed& feed);
   ConsoleMeter(const ConsoleMeter&) = delete;
   ConsoleMeter& operator=(const ConsoleMeter&) = delete;
   ~ConsoleMeter();
@@ -29,8 +26,7 @@ class ConsoleMeter {
 
   MainQueue& queue_;
   Console& console_;
-  std::atomic<std::int64_t>& renderCalls_;
-  std::atomic<float>& inputPeak_;
+  MeterFeed& feed_;
   TimerID timer_ = 0;
 };
 

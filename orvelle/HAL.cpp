@@ -4,7 +4,8 @@
 #include <array>
 #include <cmath>
 #include <utility>
-#include <variant>
+
+#include "orvelle/PropertyReading.h"
 
 namespace orvelle {
 
@@ -22,28 +23,6 @@ constexpr float kVolumeTolerance = 0.005F;
 
 constexpr PropertyAddress outputAddress(std::uint32_t selector, std::uint32_t element) {
   return {selector, kAudioObjectPropertyScopeOutput, element};
-}
-
-template <class Value>
-std::optional<Value> read(AudioHardware& hardware, AudioObjectID id,
-                          const PropertyAddress& address) {
-  PropertyValue value;
-  if (hardware.getPropertyData(id, address, value) != kAudioHardwareNoError) {
-    return std::nullopt;
-  }
-  Value* typed = std::get_if<Value>(&value);
-  return typed == nullptr ? std::nullopt : std::optional<Value>(std::move(*typed));
-}
-
-/// Lists are asked for their size first: on the HAL that is what the buffer is made from.
-template <class Value>
-std::optional<Value> readSized(AudioHardware& hardware, AudioObjectID id,
-                               const PropertyAddress& address) {
-  std::uint32_t byteSize = 0;
-  if (hardware.getPropertyDataSize(id, address, byteSize) != kAudioHardwareNoError) {
-    return std::nullopt;
-  }
-  return read<Value>(hardware, id, address);
 }
 
 }  // namespace
@@ -67,16 +46,24 @@ std::string_view transportName(std::uint32_t transportType) {
 }
 
 std::vector<AudioObjectID> HAL::allDeviceIDs() const {
-  return readSized<std::vector<AudioObjectID>>(hardware_, kAudioObjectSystemObject, kDevices)
+  return readList<std::vector<AudioObjectID>>(hardware_, kAudioObjectSystemObject, kDevices)
       .value_or(std::vector<AudioObjectID>{});
 }
 
+std::vector<AudioObjectID> HAL::foreignDeviceIDs() const {
+  std::vector<AudioObjectID> ids = allDeviceIDs();
+  std::erase_if(ids, [this](AudioObjectID id) {
+    return string(id, kAudioDevicePropertyDeviceUID).starts_with(kOwnUIDPrefix);
+  });
+  return ids;
+}
+
 std::string HAL::string(AudioObjectID id, std::uint32_t selector) const {
-  return read<std::string>(hardware_, id, {selector}).value_or(std::string{});
+  return readProperty<std::string>(hardware_, id, {selector}).value_or(std::string{});
 }
 
 int HAL::channelCount(AudioObjectID id, std::uint32_t scope) const {
-  const auto configuration = readSized<StreamConfiguration>(
+  const auto configuration = readList<StreamConfiguration>(
       hardware_, id, {kAudioDevicePropertyStreamConfiguration, scope});
   int channels = 0;
   if (configuration) {
@@ -94,8 +81,9 @@ AudioDeviceInfo HAL::describe(AudioObjectID id) const {
   info.name = string(id, kAudioObjectPropertyName);
   info.inputChannels = channelCount(id, kAudioObjectPropertyScopeInput);
   info.outputChannels = channelCount(id, kAudioObjectPropertyScopeOutput);
-  info.transportType = read<std::uint32_t>(hardware_, id, {kAudioDevicePropertyTransportType})
-                           .value_or(kAudioDeviceTransportTypeUnknown);
+  info.transportType =
+      readProperty<std::uint32_t>(hardware_, id, {kAudioDevicePropertyTransportType})
+          .value_or(kAudioDeviceTransportTypeUnknown);
   return info;
 }
 
@@ -125,7 +113,7 @@ std::vector<AudioDeviceInfo> HAL::realOutputs() const {
 }
 
 AudioObjectID HAL::defaultOutput() const {
-  return read<std::uint32_t>(hardware_, kAudioObjectSystemObject, kDefaultOutput)
+  return readProperty<std::uint32_t>(hardware_, kAudioObjectSystemObject, kDefaultOutput)
       .value_or(kAudioObjectUnknown);
 }
 
@@ -140,7 +128,7 @@ std::optional<float> HAL::outputVolume(AudioObjectID id) const {
     if (!hardware_.hasProperty(id, address)) {
       continue;
     }
-    if (const auto volume = read<float>(hardware_, id, address)) {
+    if (const auto volume = readProperty<float>(hardware_, id, address)) {
       return volume;
     }
   }
@@ -159,7 +147,7 @@ bool HAL::hasOutputVolume(AudioObjectID id, float volume) const {
            if (!isSettable(id, address)) {
              return true;
            }
-           const auto current = read<float>(hardware_, id, address);
+           const auto current = readProperty<float>(hardware_, id, address);
            return current && std::abs(*current - volume) <= kVolumeTolerance;
          });
 }
@@ -170,7 +158,7 @@ std::optional<bool> HAL::outputMute(AudioObjectID id) const {
   if (!hardware_.hasProperty(id, address)) {
     return std::nullopt;
   }
-  const auto mute = read<std::uint32_t>(hardware_, id, address);
+  const auto mute = readProperty<std::uint32_t>(hardware_, id, address);
   return mute ? std::optional<bool>(*mute != 0) : std::nullopt;
 }
 
@@ -180,7 +168,7 @@ void HAL::setOutputMute(AudioObjectID id, bool mute) const {
 }
 
 double HAL::nominalSampleRate(AudioObjectID id) const {
-  return read<double>(hardware_, id, kNominalSampleRate).value_or(0.0);
+  return readProperty<double>(hardware_, id, kNominalSampleRate).value_or(0.0);
 }
 
 OSStatus HAL::setNominalSampleRate(AudioObjectID id, double sampleRate) const {

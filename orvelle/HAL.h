@@ -25,6 +25,9 @@ struct AudioDeviceInfo {
   friend bool operator==(const AudioDeviceInfo&, const AudioDeviceInfo&) = default;
 };
 
+/// What the uids of this program's own aggregates begin with.
+inline constexpr std::string_view kOwnUIDPrefix = "app.orvelle.";
+
 /// The display text of a transport code.
 std::string_view transportName(std::uint32_t transportType);
 
@@ -35,6 +38,8 @@ class HAL {
 
   /// In order of appearance.
   [[nodiscard]] std::vector<AudioObjectID> allDeviceIDs() const;
+  /// The same without this program's own aggregates: making one is no news to whoever makes it.
+  [[nodiscard]] std::vector<AudioObjectID> foreignDeviceIDs() const;
   /// A text property of global scope; empty when it cannot be read.
   [[nodiscard]] std::string string(AudioObjectID id, std::uint32_t selector) const;
   /// Channels over all buffers of the scope (input or output).

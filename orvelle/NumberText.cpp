@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <system_error>
 
 namespace orvelle {
 
@@ -34,6 +35,16 @@ std::optional<double> parseDouble(const std::string& text) {
   char* end = nullptr;
   const double value = std::strtod(text.c_str(), &end);
   return isWhole(text, end) ? std::optional(value) : std::nullopt;
+}
+
+std::optional<std::int32_t> parseInteger(const std::string& text) {
+  // std::from_chars knows no plus sign, and must not see a second sign after it.
+  const bool hasPlus = text.starts_with('+') && !text.starts_with("+-");
+  std::int32_t value = 0;
+  const auto result =
+      std::from_chars(text.data() + (hasPlus ? 1 : 0), text.data() + text.size(), value);
+  return result.ec == std::errc{} && isWhole(text, result.ptr) ? std::optional(value)
+                                                               : std::nullopt;
 }
 
 std::string shortestText(float value) {

@@ -1,6 +1,7 @@
 // Numbers as the user types and reads them.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -12,6 +13,10 @@ namespace orvelle {
 std::optional<float> parseFloat(const std::string& text);
 /// The same in double precision, by the rules of strtod.
 std::optional<double> parseDouble(const std::string& text);
+
+/// The whole number that the whole text is: an optional sign and decimal digits. Absent when
+/// anything else is there or the type is too small for it.
+std::optional<std::int32_t> parseInteger(const std::string& text);
 
 /// The shortest decimal text that reads back as the same value, and that shows that it is not an
 /// integer: "1.5", "3.0"; with an exponent below 0.0001 and from 2^24 on: "1e+20".

@@ -4,6 +4,9 @@
 #include <atomic>
 #include <memory>
 #include <thread>
+#include <utility>
+
+#include "orvelle/platform/AudioTypes.h"
 
 namespace orvelle {
 
@@ -37,5 +40,16 @@ class OwnerGate {
   std::atomic<int> inside_{0};
   static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
 };
+
+/// The I/O block of an engine: renders as long as the engine's gate is open.
+template <class Engine>
+auto renderWhileOpen(std::shared_ptr<OwnerGate> gate, Engine& engine) {
+  return [gate = std::move(gate), &engine](AudioBufferList input, AudioBufferList output) {
+    if (gate->enter()) {
+      engine.render(input, output);
+      gate->leave();
+    }
+  };
+}
 
 }  // namespace orvelle

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "orvelle/Commands.h"
+#include "orvelle/platform/ApplicationNames.h"
 #include "orvelle/platform/BackEnd.h"
 #include "orvelle/platform/Clock.h"
 #include "orvelle/platform/Console.h"
@@ -18,9 +19,11 @@ int run(int argc, char** argv) {
   orvelle::QtMainQueue queue;
   orvelle::SystemClock clock;
   orvelle::StandardConsole console;
-  return orvelle::runCommand(commandLine, {queue, clock, console, [&queue](std::string& problem) {
-                                             return orvelle::openBackEnd(queue, problem);
-                                           }});
+  const auto applicationNames = orvelle::openApplicationNames();
+  const auto openHardware = [&queue](std::string& problem) {
+    return orvelle::openBackEnd(queue, problem);
+  };
+  return orvelle::runCommand(commandLine, {queue, clock, console, *applicationNames, openHardware});
 }
 
 }  // namespace

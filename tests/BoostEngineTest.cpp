@@ -224,29 +224,14 @@ TEST_F(BoostEngineTest, StopLeavesNothingBehindAndCanBeRepeated) {
   }
 }
 
-// Fault: the user does not come back to the best output: built-in beats USB, or the later of two
-// equals wins.
+// Fault: the user does not come back to the best output, but to the first or to the former one.
 TEST_F(BoostEngineTest, StopGoesToTheBestRealOutput) {
-  const auto defaultAfterStopWith =
-      [](const std::vector<std::pair<std::string, std::uint32_t>>& devices) {
-        BoostRig fresh;
-        for (const auto& [uid, transport] : devices) {
-          fresh.hardware.plug(stereoOutput(uid, transport));
-        }
-        fresh.hardware.plug(headset("headset"));
-        fresh.start();
-        fresh.engine->stop(true);
-        return fresh.hardware.defaultOutputUID();
-      };
-  EXPECT_EQ(defaultAfterStopWith({}), kSpeakers);
-  EXPECT_EQ(defaultAfterStopWith({{"odd", fourCharacterCode("????")}}), "odd");
-  EXPECT_EQ(defaultAfterStopWith(
-                {{"screen", kAudioDeviceTransportTypeHDMI}, {"usb", kAudioDeviceTransportTypeUSB}}),
-            "usb");
-  EXPECT_EQ(defaultAfterStopWith({{"usb", kAudioDeviceTransportTypeUSB},
-                                  {"le", kAudioDeviceTransportTypeBluetoothLE},
-                                  {"classic", kAudioDeviceTransportTypeBluetooth}}),
-            "le");
+  hardware.plug(headset("headset"));
+  hardware.plug(stereoOutput("screen", kAudioDeviceTransportTypeHDMI));
+  hardware.plug(stereoOutput("usb", kAudioDeviceTransportTypeUSB));
+  rig.start();
+  rig.engine->stop(true);
+  EXPECT_EQ(hardware.defaultOutputUID(), "usb");
 }
 
 // Fault: without a real output the way back is lost, or an object of id 0 is made the default.

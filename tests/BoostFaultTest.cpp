@@ -1,6 +1,9 @@
-// Every hardware call failing in turn, at every step of start, guard and stop.
+// Every hardware call failing in turn, at every step of start, guard and stop, and throughout a
+// session of the router and of a tap.
 #include <gtest/gtest.h>
 
+#include "orvelle/DeviceRouter.h"
+#include "orvelle/ProcessTapEngine.h"
 #include "tests/BoostRig.h"
 
 namespace orvelle {
@@ -8,6 +11,8 @@ namespace orvelle {
 namespace {
 
 constexpr float kGain = 2.0F;
+const std::string kHeadset = "headset";
+const std::string kVisitor = "visitor";
 
 /// A world in which one thing is done while calls fail, and what must hold during and after it.
 class FaultRun {
@@ -17,7 +22,7 @@ class FaultRun {
     headphones.volumes = {{1, {0.4F}}, {2, {0.4F}}};
     headphones.mute = true;
     rig.hardware.plug(headphones);
-    rig.hardware.plug(headset("headset"));
+    rig.hardware.plug(headset(kHeadset));
     rig.queue.runUntilIdle();
     rig.engine->showMeter = false;
     rig.engine->gain = kGain;
@@ -31,13 +36,37 @@ class FaultRun {
     }
   }
 
-  void pump() { rig.queue.advance(0.2); }
+  void pump(double seconds = 0.2) { rig.queue.advance(seconds); }
+
+  /// A better output than all others comes for a while.
+  void visit(const std::function<void()>& check) {
+    rig.hardware.plug(stereoOutput(kVisitor, kAudioDeviceTransportTypeBluetooth, 0.5F));
+    pump(2.5);
+    check();
+    rig.hardware.unplug(kVisitor);
+    pump(2.5);
+    check();
+  }
+
+  void startRouter() {
+    const std::size_t before = rig.hardware.listenerCount();
+    router.start();
+    observers = rig.hardware.listenerCount() - before;
+  }
+
+  void startTap() {
+    try {
+      tap.start(tapped, kHeadphones);
+    } catch (const EngineError&) {
+      tap.teardown();
+    }
+  }
 
   void expectOrder() {
     rig.hardware.clearFaults();
     rig.putRight();
     EXPECT_EQ(rig.hardware.defaultOutputUID(), hasAskedForLoopback() ? kHeadphones : kSpeakers);
-    for (const std::string& uid : {kSpeakers, kHeadphones, std::string("headset")}) {
+    for (const std::string& uid : {kSpeakers, kHeadphones, kHeadset}) {
       const DeviceDescription device = rig.hardware.device(uid);
       EXPECT_EQ(device.mute, uid == kHeadphones) << uid;
       for (const auto& [element, control] : device.volumes) {
@@ -46,7 +75,8 @@ class FaultRun {
     }
     EXPECT_LE(rig.hardware.aggregateCount(), refused(CallKind::destroyAggregateDevice));
     EXPECT_LE(rig.hardware.ioProcCount(), refused(CallKind::destroyIOProcID));
-    EXPECT_LE(rig.hardware.listenerCount(), refused(CallKind::removePropertyListener));
+    EXPECT_LE(rig.hardware.listenerCount(), observers + refused(CallKind::removePropertyListener));
+    EXPECT_LE(rig.hardware.tapCount(), refused(CallKind::destroyProcessTap));
 
     rig.hardware.chooseDefaultOutput(kSpeakers);
     EXPECT_EQ(rig.startError(), "") << "the engine cannot start any more";
@@ -55,13 +85,18 @@ class FaultRun {
   }
 
   BoostRig rig;
+  const EngineHost host{rig.hardware, rig.queue, rig.queue, rig.console};
+  DeviceRouter router{host, *rig.engine};
+  std::size_t observers = 0;  ///< of the router: never removed
+  ProcessTapEngine tap{host};
+  AudioObjectID tapped = kAudioObjectUnknown;
 
  private:
   /// Nobody may hear more than the boost asked for, at any moment.
   void listen() {
     rig.hardware.runCycle(4);
     const float loudest = kSource * volumeFactor(0.5F) * kGain * 1.001F;
-    for (const std::string& uid : {kSpeakers, kHeadphones, std::string("headset")}) {
+    for (const std::string& uid : {kSpeakers, kHeadphones, kHeadset, kVisitor}) {
       EXPECT_LE(rig.hardware.heardPeak(uid), loudest)
           << uid << " after " << rig.hardware.logTexts().back();
     }
@@ -111,26 +146,20 @@ void failEachCallOf(const std::function<void(FaultRun&)>& prepare,
 
 }  // namespace
 
-// Faults of all five cases: a failing call leaves an output loud, a volume or mute changed, the
+// Faults of all six cases: a failing call leaves an output loud, a volume or mute changed, the
 // default output on the loopback, an object behind, or the engine unable to start again.
 
 TEST(BoostFaultTest, EachCallOfStartMayFail) {
   failEachCallOf([](FaultRun&) {}, [](FaultRun& run) { run.start(); });
 }
 
-TEST(BoostFaultTest, EachCallOfAFollowMayFail) {
+TEST(BoostFaultTest, EachCallOfASnapBackAndAFollowMayFail) {
   failEachCallOf([](FaultRun& run) { run.start(); },
                  [](FaultRun& run) {
-                   run.rig.hardware.chooseDefaultOutput(kHeadphones);
-                   run.pump();
-                 });
-}
-
-TEST(BoostFaultTest, EachCallOfASnapBackMayFail) {
-  failEachCallOf([](FaultRun& run) { run.start(); },
-                 [](FaultRun& run) {
-                   run.rig.hardware.chooseDefaultOutput("headset");
-                   run.pump();
+                   for (const std::string& uid : {kHeadset, kHeadphones}) {
+                     run.rig.hardware.chooseDefaultOutput(uid);
+                     run.pump();
+                   }
                  });
 }
 
@@ -149,6 +178,52 @@ TEST(BoostFaultTest, EachCallOfStopMayFail) {
     failEachCallOf([&uid](FaultRun& run) { run.start(uid); },
                    [](FaultRun& run) { run.rig.engine->stop(true); });
   }
+}
+
+// Also: a boost that stays silent although the router could have moved it.
+TEST(BoostFaultTest, EachCallOfARouterSessionMayFail) {
+  failEachCallOf(
+      [](FaultRun&) {},
+      [](FaultRun& run) {
+        run.start(kHeadphones);
+        run.startRouter();
+        const bool isFollowed = run.rig.engine->isRunning() && run.observers == 1;
+        run.visit([&] { EXPECT_TRUE(!isFollowed || !run.rig.engine->currentOutputUID().empty()); });
+        run.rig.engine->stop(true);
+      });
+}
+
+// Also: a program that stays silent, or that is heard twice, when its tap has ended.
+TEST(BoostFaultTest, EachCallOfATapSessionMayFail) {
+  failEachCallOf(
+      [](FaultRun& run) {
+        ProcessDescription program;
+        program.signal = [](std::int64_t, std::uint32_t) { return kSource; };
+        run.tapped = run.rig.hardware.launch(program);
+        run.rig.hardware.setMute(kHeadphones, false);
+        run.tap.volume = 0.5F;
+      },
+      [](FaultRun& run) {
+        SimulatedHardware& hardware = run.rig.hardware;
+        const float direct = run.rig.heard(kSpeakers);
+        run.startTap();
+        EXPECT_FLOAT_EQ(run.rig.heard(kSpeakers), run.tap.isRunning() ? direct / 2 : direct);
+        const DeviceDescription headphones = hardware.unplug(kHeadphones);
+        run.pump();
+        EXPECT_FLOAT_EQ(run.rig.heard(kSpeakers), direct);
+        hardware.plug(headphones);
+        run.pump();
+        EXPECT_EQ(run.rig.heard(kHeadphones) > 0.0F, run.tap.isRunning());
+        run.tap.stop();
+        EXPECT_FLOAT_EQ(run.rig.heard(kSpeakers), direct);
+        EXPECT_EQ(run.rig.heard(kHeadphones), 0.0F);
+        run.startTap();
+        hardware.quitProcess(run.tapped);
+        run.pump();
+        EXPECT_EQ(run.rig.heard(kHeadphones), 0.0F);
+        run.tap.stop();
+        hardware.setMute(kHeadphones, true);
+      });
 }
 
 // Fault: the same where a call fails again and again, so that retries run out.

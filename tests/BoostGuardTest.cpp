@@ -251,20 +251,4 @@ TEST_F(BoostGuardTest, ReturnedOutputIsFollowedThoughNobodyToldThatItWasGone) {
   EXPECT_EQ(rig.volume(kSpeakers), 0.5F);
 }
 
-// Fault: a follow away from a vanished output, or two changes before the guard is called, leave two
-// aggregates or the wrong output fed.
-TEST_F(BoostGuardTest, LastOfSeveralChangesCounts) {
-  hardware.plug(stereoOutput("screen", kAudioDeviceTransportTypeHDMI, 0.2F));
-  rig.start();
-  hardware.chooseDefaultOutput(kHeadphones);
-  hardware.unplug(kSpeakers);
-  hardware.chooseDefaultOutput("screen");
-  pump();
-  EXPECT_EQ(engine.currentOutputUID(), "screen");
-  EXPECT_EQ(rig.volume(kHeadphones), 0.4F);
-  EXPECT_EQ(hardware.aggregateCount(), 1U);
-  EXPECT_EQ(hardware.ioProcCount(), 1U);
-  EXPECT_FLOAT_EQ(rig.heard("screen"), boosted);
-}
-
 }  // namespace orvelle

@@ -29,9 +29,9 @@ class BoostRig {
   BoostRig() {
     hardware.plug(stereoOutput(kSpeakers, kAudioDeviceTransportTypeBuiltIn, 0.5F));
     hardware.plug(loopbackDevice(kLoopback));
-    ProcessDescription program;
-    program.signal = [](std::int64_t, std::uint32_t) { return kSource; };
-    hardware.launch(program);
+    ProcessDescription player;
+    player.signal = [](std::int64_t, std::uint32_t) { return kSource; };
+    program = hardware.launch(player);
     queue.runUntilIdle();
   }
 
@@ -85,6 +85,7 @@ class BoostRig {
 
   ManualQueue queue;
   SimulatedHardware hardware{queue};
+  AudioObjectID program = kAudioObjectUnknown;
   RecordingConsole console;
   HAL hal{hardware};
   std::unique_ptr<BoostEngine> engine =

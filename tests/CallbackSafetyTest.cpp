@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "orvelle/OwnerGate.h"
+#include "orvelle/platform/AudioHardware.h"
 #include "tests/RealTimeSentinel.h"
 #include "tests/RenderRig.h"
 
@@ -135,6 +137,37 @@ TEST(CallbackSafetyTest, RenderStaysInUserSpace) {
                 Violations{});
       EXPECT_EQ(chain.renderCalls.exchange(0), 10);
     }
+  }
+}
+
+// Catches the same in a tap's callback, from its very first call on: the curve comes from the C
+// library. Also in what stands around every engine's callback, and when the engine is gone.
+TEST(CallbackSafetyTest, TapAndItsGateStayInUserSpace) {
+  constexpr std::size_t samples = 1024;
+  constexpr std::uint32_t bytes = samples * sizeof(float);
+  constexpr float infinity = std::numeric_limits<float>::infinity();
+  for (const float amplitude : {1.0F, 1e-42F, infinity}) {
+    std::vector<float> input = noise(1, samples, amplitude);
+    std::vector<float> output(samples * 2);
+    const std::vector<AudioBuffer> in = {{2, bytes, input.data()}, {2, bytes, nullptr}};
+    const std::vector<AudioBuffer> out = {
+        {2, bytes, output.data()}, {2, bytes, output.data()}, {2, bytes, output.data() + samples}};
+    TapRender chain;
+    const auto gate = std::make_shared<OwnerGate>();
+    const IOBlock block = renderWhileOpen(gate, chain);
+    const auto run = [&] {
+      return RealTimeSentinel::watch([&] {
+        for (const float volume : {0.5F, 1.0F, 3.0F, infinity}) {
+          chain.volume = volume;
+          block(in, out);
+        }
+      });
+    };
+    EXPECT_EQ(run(), Violations{});
+    EXPECT_EQ(chain.renderCalls.exchange(0), 4);
+    gate->closeAndWait();
+    EXPECT_EQ(run(), Violations{});
+    EXPECT_EQ(chain.renderCalls.load(), 0);
   }
 }
 

@@ -3,88 +3,19 @@
 
 #include <cmath>
 #include <csignal>
-#include <functional>
+#include <cstdint>
 #include <limits>
-#include <memory>
-#include <numeric>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "orvelle/Commands.h"
 #include "orvelle/NumberText.h"
-#include "orvelle/platform/simulated/ManualQueue.h"
-#include "orvelle/platform/simulated/RecordingConsole.h"
-#include "orvelle/platform/simulated/SimulatedHardware.h"
+#include "tests/CommandsRig.h"
 
 namespace orvelle {
 namespace {
 
-constexpr const char* kLoopback = "OrvelleAudioDevice_UID";
-constexpr float kPlayedLevel = 0.1F;
-
-/// A world that is looked at once more when its command lets go of it.
-class ObservedHardware final : public SimulatedHardware {
- public:
-  ObservedHardware(ManualQueue& queue, const std::function<void(SimulatedHardware&)>& atTheEnd)
-      : SimulatedHardware(queue), atTheEnd_(atTheEnd) {}
-  ~ObservedHardware() override { atTheEnd_(*this); }
-
- private:
-  const std::function<void(SimulatedHardware&)>& atTheEnd_;
-};
-
-class CommandsTest : public testing::Test {
- protected:
-  CommandsTest() {
-    prepare = [](SimulatedHardware& world) {
-      world.plug(stereoOutput("Speakers", kAudioDeviceTransportTypeBuiltIn, 1.0F));
-      world.plug(stereoOutput("Interface", kAudioDeviceTransportTypeUSB, 0.25F));
-      world.plug(loopbackDevice());
-      ProcessDescription player;
-      player.signal = [](std::int64_t /*frame*/, std::uint32_t /*channel*/) {
-        return kPlayedLevel;
-      };
-      world.launch(player);
-    };
-    atTheEnd = [](SimulatedHardware& /*world*/) {};
-  }
-
-  int run(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), "/usr/bin/orvelle");
-    const auto openHardware = [this](std::string& /*problem*/) {
-      auto opened = std::make_unique<ObservedHardware>(queue, atTheEnd);
-      hardware = opened.get();
-      prepare(*opened);
-      return opened;
-    };
-    return runCommand(CommandLine(arguments), {queue, queue, console, openHardware});
-  }
-
-  /// Runs a command that goes on until `seconds` have passed and `action` has ended it.
-  int runUntil(double seconds, MainQueue::Job action, const std::vector<std::string>& arguments) {
-    queue.postAfter(seconds, std::move(action));
-    return run(arguments);
-  }
-
-  int interruptedAfter(double seconds, const std::vector<std::string>& arguments) {
-    return runUntil(
-        seconds, [this] { queue.raise(SIGINT); }, arguments);
-  }
-
-  [[nodiscard]] std::string output() const {
-    return std::accumulate(
-        console.lines.begin(), console.lines.end(), std::string(),
-        [](const std::string& text, const std::string& line) { return text + line + "\n"; });
-  }
-
-  ManualQueue queue;
-  RecordingConsole console;
-  std::function<void(SimulatedHardware&)> prepare;
-  std::function<void(SimulatedHardware&)> atTheEnd;
-  SimulatedHardware* hardware =
-      nullptr;  ///< while the command runs; null: hardware was never opened
-};
+class CommandsTest : public CommandsRig {};
 
 // Would notice: an unknown word or another case that counts as an error, a changed usage text, and
 // help that needs an audio server.
@@ -111,17 +42,12 @@ TEST_F(CommandsTest, UnknownWordPrintsTheUsageWithoutTouchingHardware) {
 
 // Would notice: a promise of the usage text that quietly does nothing.
 TEST_F(CommandsTest, WhatIsNotThereYetSaysSo) {
-  const std::string ending = " is not part of this version of Orvelle yet.\n";
-  for (const auto& [arguments, subject] :
-       std::vector<std::pair<std::vector<std::string>, std::string>>{
-           {{}, "The menu-bar application"},
-           {{"gui"}, "The menu-bar application"},
-           {{"auto", "--gain", "2"}, "The command \"auto\""},
-           {{"apps"}, "The command \"apps\""},
-           {{"appvol", "--pid", "1"}, "The command \"appvol\""}}) {
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{}, {"gui"}}) {
     console.errors.clear();
     EXPECT_EQ(run(arguments), 1);
-    EXPECT_EQ(console.errors, subject + ending);
+    EXPECT_EQ(console.errors,
+              "The menu-bar application is not part of this version of Orvelle yet.\n");
   }
   EXPECT_TRUE(console.lines.empty());
   EXPECT_EQ(hardware, nullptr);
@@ -129,16 +55,22 @@ TEST_F(CommandsTest, WhatIsNotThereYetSaysSo) {
 
 // Would notice: a crash, silence or a wrong status where no audio server answers.
 TEST_F(CommandsTest, MissingHardwareIsOneLineAndStatusOne) {
-  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
-           {"list"}, {"watch"}, {"rate", "Speakers"}, {"boost", "--input", kLoopback}}) {
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"list"},
+                                             {"watch"},
+                                             {"rate", "Speakers"},
+                                             {"boost", "--input", kLoopback},
+                                             {"auto"},
+                                             {"apps"},
+                                             {"appvol", "--pid", "1"}}) {
     console.errors.clear();
     std::vector<std::string> vector = arguments;
     vector.insert(vector.begin(), "orvelle");
-    const int status =
-        runCommand(CommandLine(vector), {queue, queue, console, [](std::string& problem) {
-                                           problem = "no session at /run/x";
-                                           return nullptr;
-                                         }});
+    const int status = runCommand(CommandLine(vector),
+                                  {queue, queue, console, applications, [](std::string& problem) {
+                                     problem = "no session at /run/x";
+                                     return nullptr;
+                                   }});
     EXPECT_EQ(status, 1) << arguments.front();
     EXPECT_EQ(console.errors, "no session at /run/x\n");
   }
@@ -181,6 +113,14 @@ TEST(NumberText, ReadsWholeTextsAndWritesTheShortest) {
   }
   EXPECT_EQ(parseFloat(" +0x1.8p0"), 1.5F);
   EXPECT_EQ(parseFloat("1e99"), std::numeric_limits<float>::infinity());
+  for (const auto& [text, value] : std::vector<std::pair<const char*, std::int32_t>>{
+           {"12", 12}, {"+007", 7}, {"-2147483648", INT32_MIN}, {"2147483647", INT32_MAX}}) {
+    EXPECT_EQ(parseInteger(text), value);
+  }
+  for (const char* text :
+       {"", "+", "-", "12x", " 12", "1.0", "0x1", "+-1", "-+1", "2147483648", "--vol"}) {
+    EXPECT_EQ(parseInteger(text), std::nullopt) << text;
+  }
   EXPECT_EQ(wholeNumberText(44100.9), "44100");
   EXPECT_EQ(wholeNumberText(-0.9), "0");
   EXPECT_EQ(decibelText(-1.0F), "+nan");

@@ -1,7 +1,7 @@
 // What every back end must do, as one suite that runs against each of them.
 //
-// A back end joins by a rig of its own and one INSTANTIATE_TEST_SUITE_P of HardwareContract beside
-// it; HardwareContract.cpp is compiled into the same executable.
+// A back end joins by a rig of its own and, beside it, one INSTANTIATE_TEST_SUITE_P of each suite;
+// HardwareContract.cpp and TapContract.cpp are compiled into the same executable.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -43,6 +43,10 @@ class HardwareRig {
   /// Another program plays a 1 kHz sine of this peak on both channels of the default output, from
   /// now on. 0 ends it.
   virtual void play(double peak) = 0;
+  /// A program of its own, with a bundle identifier, begins to play this constant on both channels
+  /// of the default output. Its process id. Ends with the rig, or by `quitPlayer`.
+  virtual std::int32_t launchPlayer(double level) = 0;
+  virtual void quitPlayer(std::int32_t pid) = 0;
   /// Peak of what the output's listener got lately (some ten milliseconds), after volume and mute.
   virtual double heardPeak(const std::string& uid) = 0;
   /// Names of what the back end has made on behalf of its calls and not unmade.
@@ -81,6 +85,18 @@ class HardwareContract : public testing::TestWithParam<HardwareContractParam> {
   static AggregateDescription aggregateOf(const std::vector<std::string>& uids);
 
   std::unique_ptr<HardwareRig> rig;
+};
+
+/// The part about programs and taps on them, with an output "contract.other" beside the speakers.
+/// To be instantiated too; its cases are in TapContract.cpp.
+class TapContract : public HardwareContract {
+ protected:
+  /// The process object of the program, once it is listed and plays; 0 when it never does.
+  AudioObjectID playing(std::int32_t pid);
+  std::vector<AudioObjectID> processes();
+  void plugOther();
+  /// Waits until the two outputs sound at these peaks.
+  void expectHeard(double onSpeakers, double onOther);
 };
 
 }  // namespace orvelle

@@ -51,6 +51,10 @@ std::vector<float> play(BoostRender& chain, const std::vector<float>& input,
   return playThrough(chain, input, channels);
 }
 
+std::vector<float> play(TapRender& chain, const std::vector<float>& input, std::uint32_t channels) {
+  return playThrough(chain, input, channels);
+}
+
 std::vector<float> play(ScalarModel& model, const std::vector<float>& input,
                         std::uint32_t channels) {
   return playThrough(model, input, channels);

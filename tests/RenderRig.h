@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "orvelle/BoostRender.h"
+#include "orvelle/TapRender.h"
 #include "tests/ScalarModel.h"
 
 namespace orvelle::test {
@@ -25,6 +26,8 @@ bool sameBits(float left, float right);
 
 /// One callback with one buffer; returns what it wrote.
 std::vector<float> play(BoostRender& chain, const std::vector<float>& input,
+                        std::uint32_t channels = 1);
+std::vector<float> play(TapRender& chain, const std::vector<float>& input,
                         std::uint32_t channels = 1);
 std::vector<float> play(ScalarModel& model, const std::vector<float>& input,
                         std::uint32_t channels = 1);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <map>
 #include <numbers>
 #include <thread>
 
@@ -69,6 +70,17 @@ class SimulatedRig final : public HardwareRig {
     player_ = hardware_.launch(program);
   }
 
+  std::int32_t launchPlayer(double level) override {
+    ProcessDescription program;
+    program.pid = 100 + static_cast<std::int32_t>(players_.size());
+    program.bundleID = "contract.player";
+    program.signal = [level](std::int64_t, std::uint32_t) { return static_cast<float>(level); };
+    players_[program.pid] = hardware_.launch(program);
+    return program.pid;
+  }
+
+  void quitPlayer(std::int32_t pid) override { hardware_.quitProcess(players_.at(pid)); }
+
   double heardPeak(const std::string& uid) override {
     return static_cast<double>(hardware_.heardPeak(uid));
   }
@@ -85,13 +97,16 @@ class SimulatedRig final : public HardwareRig {
   ManualQueue queue_;
   SimulatedHardware hardware_{queue_};
   AudioObjectID player_ = kAudioObjectUnknown;
+  std::map<std::int32_t, AudioObjectID> players_;  // by pid
   std::jthread ioThread_;
 };
 
+const auto kSimulated = testing::Values(
+    HardwareContractParam{"Simulated", [] { return std::make_unique<SimulatedRig>(); }});
+
 }  // namespace
 
-INSTANTIATE_TEST_SUITE_P(Simulated, HardwareContract,
-                         testing::Values(HardwareContractParam{
-                             "Simulated", [] { return std::make_unique<SimulatedRig>(); }}));
+INSTANTIATE_TEST_SUITE_P(Simulated, HardwareContract, kSimulated);
+INSTANTIATE_TEST_SUITE_P(Simulated, TapContract, kSimulated);
 
 }  // namespace orvelle

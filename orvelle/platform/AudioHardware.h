@@ -108,6 +108,17 @@ class AudioHardware {
   /// @}
 
   /// @name Process taps
+  /// A tap is read while an aggregate with it is started and the aggregate's master is there; a
+  /// master that returns under its uid is taken again. A tap whose processes have ended gives
+  /// silence. Aggregates may share a uid.
+  ///
+  /// Nobody becomes louder by being tapped. While a boost runs, the real output is held at full
+  /// volume and its loopback is the volume control, but what an aggregate with taps plays does not
+  /// pass the loopback. The back end therefore multiplies that with the volume and mute of
+  ///  - the loopback in any other aggregate with the same master,
+  ///  - else the loopback that is the default output, unless a started aggregate is known to feed
+  ///    another output from it.
+  /// An aggregate that has a loopback among its own members is left alone.
   /// @{
   virtual OSStatus createProcessTap(const TapDescription& description, AudioObjectID& tap) = 0;
   virtual OSStatus destroyProcessTap(AudioObjectID tap) = 0;

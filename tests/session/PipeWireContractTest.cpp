@@ -6,6 +6,8 @@
 
 #include "instruments/Probe.h"
 #include "instruments/Recorder.h"
+#include "instruments/Subprocess.h"
+#include "instruments/WaveFile.h"
 #include "tests/HardwareContract.h"
 #include "tests/session/HardwareSession.h"
 
@@ -52,6 +54,21 @@ class PipeWireRig final : public HardwareRig {
     }
   }
 
+  std::int32_t launchPlayer(double level) override {
+    const auto file = session_.session().directory() / (std::to_string(players_.size()) + ".wav");
+    constexpr int rate = 48000;
+    constexpr std::size_t seconds = 30;
+    const std::vector<float> constant(rate * seconds, static_cast<float>(level));
+    writeWave(file, {rate, {constant, constant}}, WaveFormat::float32);
+    auto player = std::make_unique<Subprocess>(std::vector<std::string>{"pw-play", file},
+                                               session_.session().environment());
+    const std::int32_t pid = player->pid();
+    players_[pid] = std::move(player);
+    return pid;
+  }
+
+  void quitPlayer(std::int32_t pid) override { players_.at(pid).reset(); }
+
   double heardPeak(const std::string& uid) override {
     std::unique_ptr<Recorder>& recorder = recorders_[uid];
     if (!recorder) {
@@ -86,6 +103,7 @@ class PipeWireRig final : public HardwareRig {
   HardwareSession session_{{.standIns = {{.name = "first", .priority = 1}}}};
   std::map<std::string, std::unique_ptr<Recorder>> recorders_;
   std::unique_ptr<Probe> player_;
+  std::map<std::int32_t, std::unique_ptr<Subprocess>> players_;  // by pid
 };
 
 }  // namespace
@@ -93,9 +111,14 @@ class PipeWireRig final : public HardwareRig {
 
 namespace orvelle {
 
-INSTANTIATE_TEST_SUITE_P(PipeWire, HardwareContract,
-                         testing::Values(HardwareContractParam{
-                             "PipeWire",
-                             [] { return std::make_unique<instruments::PipeWireRig>(); }}));
+namespace {
+
+const auto kPipeWire = testing::Values(
+    HardwareContractParam{"PipeWire", [] { return std::make_unique<instruments::PipeWireRig>(); }});
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(PipeWire, HardwareContract, kPipeWire);
+INSTANTIATE_TEST_SUITE_P(PipeWire, TapContract, kPipeWire);
 
 }  // namespace orvelle

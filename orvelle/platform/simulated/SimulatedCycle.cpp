@@ -56,8 +56,11 @@ void SimulatedHardware::runCycle(std::uint32_t frames) {
   });
   callbackCount_ += callbacks.size();
   const std::lock_guard lock(mutex_);
-  for (const PendingCallback& callback : callbacks) {
-    mixOutputs(callback, frames);
+  for (PendingCallback& callback : callbacks) {
+    if (const auto device = devices_.find(callback.proc->device); device != devices_.end()) {
+      applyGovernor(device->second, callback);
+      mixOutputs(device->second, callback, frames);
+    }
   }
   finishCycle(frames);
 }
@@ -122,8 +125,9 @@ bool SimulatedHardware::isSilencedByTap(AudioObjectID process) const {
 
 bool SimulatedHardware::isTapRead(AudioObjectID tap) const {
   return std::ranges::any_of(procs_, [&](const auto& keyed) {
-    const auto& taps = devices_.at(keyed.second->device).taps;
-    return keyed.second->isStarted && std::ranges::find(taps, tap) != taps.end();
+    const Device& reader = devices_.at(keyed.second->device);
+    return keyed.second->isStarted && devices_.contains(reader.master) &&
+           std::ranges::find(reader.taps, tap) != reader.taps.end();
   });
 }
 
@@ -189,13 +193,63 @@ std::vector<float> SimulatedHardware::tapSamples(const Tap& tap, std::uint32_t f
   return samples;
 }
 
-void SimulatedHardware::mixOutputs(const PendingCallback& callback, std::uint32_t frames) {
-  const auto device = devices_.find(callback.proc->device);
-  if (device == devices_.end()) {
+/// The loopback whose volume and mute stand in for the output's own in what an aggregate with taps
+/// plays; null where the output's own govern.
+const SimulatedHardware::Device* SimulatedHardware::governingLoopback(
+    const Device& aggregate) const {
+  if (aggregate.taps.empty() || loopbackIn(aggregate) != nullptr) {
+    return nullptr;
+  }
+  const auto defaultDevice = devices_.find(defaultOutput_);
+  const Device* governor = nullptr;
+  if (defaultDevice != devices_.end() && defaultDevice->second.description.isLoopback) {
+    governor = &defaultDevice->second;
+  }
+  for (const auto& [id, other] : devices_) {
+    const Device* loopback = other.isAggregate ? loopbackIn(other) : nullptr;
+    if (loopback != nullptr && other.master == aggregate.master) {
+      return loopback;
+    }
+    if (loopback != nullptr && loopback->id == defaultOutput_ && isStarted(other)) {
+      governor = nullptr;  // it stands for the output that the other one feeds
+    }
+  }
+  return governor;
+}
+
+const SimulatedHardware::Device* SimulatedHardware::loopbackIn(const Device& aggregate) const {
+  for (const AudioObjectID id : membersOf(aggregate)) {
+    if (devices_.at(id).description.isLoopback) {
+      return &devices_.at(id);
+    }
+  }
+  return nullptr;
+}
+
+bool SimulatedHardware::isStarted(const Device& device) const {
+  return std::ranges::any_of(procs_, [&device](const auto& keyed) {
+    return keyed.second->device == device.id && keyed.second->isStarted;
+  });
+}
+
+void SimulatedHardware::applyGovernor(const Device& aggregate, PendingCallback& callback) const {
+  const Device* governor = governingLoopback(aggregate);
+  if (governor == nullptr) {
     return;
   }
+  for (std::size_t buffer = 0; buffer < callback.outputs.size(); ++buffer) {
+    const std::uint32_t channels = callback.outputs[buffer].mNumberChannels;
+    std::vector<float>& samples = callback.outputSamples[buffer];
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+      samples[i] *= outputFactor(governor->description, static_cast<std::uint32_t>(i % channels));
+    }
+  }
+}
+
+void SimulatedHardware::mixOutputs(const Device& device, const PendingCallback& callback,
+                                   std::uint32_t frames) {
   std::size_t buffer = 0;
-  for (const AudioObjectID id : membersOf(device->second)) {
+  for (const AudioObjectID id : membersOf(device)) {
     Device& member = devices_.at(id);
     // What is played into a loopback can only be delivered by the next cycle.
     std::vector<float>& destination = member.description.isLoopback ? member.carried : member.mix;

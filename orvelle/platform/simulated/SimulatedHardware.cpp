@@ -240,6 +240,7 @@ OSStatus SimulatedHardware::resolveMembers(const AggregateDescription& descripti
   aggregate.description.uid = description.uid;
   aggregate.description.name = description.name;
   aggregate.description.transportType = kAudioDeviceTransportTypeAggregate;
+  aggregate.masterUID = description.master;
   for (const SubDevice& member : description.subdevices) {
     const Device* device = findDevice(member.uid);
     if (device == nullptr) {

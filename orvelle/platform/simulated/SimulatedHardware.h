@@ -72,8 +72,9 @@ class SimulatedHardware : public AudioHardware {
   /// @{
   /// The new device's id. The first device with outputs becomes the default output.
   AudioObjectID plug(const DeviceDescription& device);
-  /// The device as it stood, to be plugged in again. An aggregate loses the member for good; where
-  /// it was the default output, the first output without inputs is chosen, or else any output.
+  /// The device as it stood, to be plugged in again. An aggregate loses the member for good, unless
+  /// it reads taps and the member is its master. Where the device was the default output, the first
+  /// output without inputs is chosen, or else any output.
   DeviceDescription unplug(const std::string& uid);
   void chooseDefaultOutput(const std::string& uid);
   void setVolume(const std::string& uid, float scalar);
@@ -170,6 +171,7 @@ class SimulatedHardware : public AudioHardware {
   Device* findDevice(const std::string& uid);
   const Device* findDevice(const std::string& uid) const;
   void chooseAnotherDefault();
+  void returnToTapReaders(const Device& device);
 
   // SimulatedCycle.cpp.
   void playPrograms(std::uint32_t frames);
@@ -178,7 +180,11 @@ class SimulatedHardware : public AudioHardware {
   std::vector<PendingCallback> prepareCallbacks(std::uint32_t frames);
   void collectInputs(const Device& device, std::uint32_t frames, PendingCallback& callback) const;
   std::vector<float> tapSamples(const Tap& tap, std::uint32_t frames) const;
-  void mixOutputs(const PendingCallback& callback, std::uint32_t frames);
+  const Device* governingLoopback(const Device& aggregate) const;
+  const Device* loopbackIn(const Device& aggregate) const;
+  bool isStarted(const Device& device) const;
+  void applyGovernor(const Device& aggregate, PendingCallback& callback) const;
+  void mixOutputs(const Device& device, const PendingCallback& callback, std::uint32_t frames);
   void finishCycle(std::uint32_t frames);
   std::vector<AudioObjectID> membersOf(const Device& device) const;
 

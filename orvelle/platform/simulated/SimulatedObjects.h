@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "orvelle/platform/simulated/SimulatedHardware.h"
@@ -15,10 +16,12 @@ struct SimulatedHardware::Device {
   AudioObjectID id = kAudioObjectUnknown;
   DeviceDescription description;
 
-  // Aggregates only. Ids, not uids: a member that returns is another device.
+  // Aggregates only. Ids, not uids: a member that returns is another device, and only the master
+  // of an aggregate with taps is taken again.
   bool isAggregate = false;
   std::vector<AudioObjectID> members;
   AudioObjectID master = kAudioObjectUnknown;
+  std::string masterUID;
   std::vector<AudioObjectID> taps;
 
   // Sound of the cycle in hand, interleaved over all output channels.

@@ -14,11 +14,23 @@ AudioObjectID SimulatedHardware::plug(const DeviceDescription& device) {
   Device& added = devices_[id];
   added.id = id;
   added.description = device;
+  returnToTapReaders(added);
   notify(kAudioObjectSystemObject, {kAudioHardwarePropertyDevices});
   if (defaultOutput_ == kAudioObjectUnknown && added.outputChannels() > 0) {
     putDefaultOutput(id);
   }
   return id;
+}
+
+void SimulatedHardware::returnToTapReaders(const Device& device) {
+  for (auto& [id, reader] : devices_) {
+    const bool isWaiting = !reader.taps.empty() && !devices_.contains(reader.master) &&
+                           reader.masterUID == device.description.uid;
+    if (isWaiting) {
+      std::ranges::replace(reader.members, reader.master, device.id);
+      reader.master = device.id;
+    }
+  }
 }
 
 DeviceDescription SimulatedHardware::unplug(const std::string& uid) {

@@ -1,0 +1,19 @@
+// What an engine needs of the world.
+#pragma once
+
+#include "orvelle/platform/AudioHardware.h"
+#include "orvelle/platform/Clock.h"
+#include "orvelle/platform/Console.h"
+#include "orvelle/platform/MainQueue.h"
+
+namespace orvelle {
+
+/// All four outlive the engine.
+struct EngineHost {
+  AudioHardware& hardware;
+  MainQueue& queue;
+  Clock& clock;
+  Console& console;
+};
+
+}  // namespace orvelle

@@ -1,0 +1,176 @@
+// The commands for single applications as their user sees them.
+#include <cmath>
+
+#include "tests/CommandsRig.h"
+
+namespace orvelle {
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: orvelle appvol --pid <pid> --vol <0..3>  (get pid from 'orvelle apps')\n";
+
+class AppCommandsTest : public CommandsRig {
+ protected:
+  /// Adds a program that plays 0.1 into the default output.
+  void launch(std::int32_t pid, const std::string& bundleID = "", bool isPlaying = true) {
+    prepare = [before = prepare, pid, bundleID, isPlaying](SimulatedHardware& world) {
+      before(world);
+      ProcessDescription program;
+      program.pid = pid;
+      program.bundleID = bundleID;
+      program.isPlaying = isPlaying;
+      program.signal = [](std::int64_t /*frame*/, std::uint32_t /*channel*/) {
+        return kPlayedLevel;
+      };
+      world.launch(program);
+    };
+  }
+
+  void plugNothing() {
+    prepare = [](SimulatedHardware& /*world*/) {};
+  }
+};
+
+}  // namespace
+
+// Would notice: silent programs that are listed or not counted, another order, a bundle identifier
+// that is left out, and a name that is not the desktop's.
+TEST_F(AppCommandsTest, AppsListsWhatPlaysByName) {
+  plugNothing();
+  applications.names = {{"org.example.Editor", "alpha"}, {"org.example.Radio", "Zeta"}};
+  launch(30, "org.example.Editor");
+  launch(20, "org.example.Radio");
+  launch(40, "mute", false);
+  launch(50);
+  launch(10, "mpv");
+  EXPECT_EQ(run({"apps"}), 0);
+  EXPECT_EQ(output(),
+            "Audio processes (5 total, 4 playing now):\n\n"
+            "♪ Zeta  (pid 20)  org.example.Radio\n"
+            "♪ alpha  (pid 30)  org.example.Editor\n"
+            "♪ mpv  (pid 10)  mpv\n"
+            "♪ pid 50  (pid 50)  \n");
+}
+
+TEST_F(AppCommandsTest, AppsSaysThatNothingPlays) {
+  plugNothing();
+  launch(40, "", false);
+  EXPECT_EQ(run({"apps"}), 0);
+  EXPECT_EQ(output(),
+            "Audio processes (1 total, 0 playing now):\n\n"
+            "  (nothing playing — start some audio and re-run)\n");
+}
+
+// Would notice: hardware touched, or another process tapped, for a pid that is none.
+TEST_F(AppCommandsTest, AppvolWithoutAPidPrintsItsUsage) {
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+           {"appvol"}, {"appvol", "--pid"}, {"appvol", "--vol", "2", "--pid", "12x"}}) {
+    console.lines.clear();
+    EXPECT_EQ(run(arguments), 2);
+    EXPECT_EQ(output(), kUsage);
+  }
+  EXPECT_EQ(hardware, nullptr);
+}
+
+// Would notice: a volume that never reaches the engine, another output than the best, missing lines
+// or meter, and a program that stays silent or tapped after Ctrl-C.
+TEST_F(AppCommandsTest, AppvolPlaysOneProgramUntilCtrlC) {
+  launch(7);
+  float tapped = 0.0F;
+  float untouched = 0.0F;
+  queue.postAfter(0.5, [&] {
+    hardware->runCycle(4);
+    tapped = hardware->heardPeak("Interface") / volumeFactor(0.25F);
+    untouched = hardware->heardPeak("Speakers");
+  });
+  float afterwards = 0.0F;
+  atTheEnd = [&afterwards](SimulatedHardware& world) {
+    EXPECT_EQ(world.aggregateCount() + world.ioProcCount() + world.tapCount(), 0U);
+    world.runCycle(4);
+    afterwards = world.heardPeak("Speakers");
+  };
+  EXPECT_EQ(interruptedAfter(1.5, {"appvol", "--pid", "+7", "--vol", "0.5"}), 0);
+  EXPECT_EQ(output(),
+            "  tap format: 48000 Hz, 2 ch, flags 0x9\n"
+            "Tapping pid 7 at volume 0.5. That app's audio now runs through Orvelle.\n"
+            "Ctrl-C to stop.\n"
+            "  in:    1 cb/s  peak 0.100 ▮▮\n"
+            "\nStopped.\n");
+  EXPECT_EQ(console.errors, "");
+  EXPECT_NEAR(tapped, std::tanh(0.5F * kPlayedLevel), 1e-6F);
+  EXPECT_EQ(untouched, kPlayedLevel);
+  EXPECT_EQ(afterwards, 2.0F * kPlayedLevel);
+}
+
+// Would notice: an output that the user names being passed over, and a wrong word that stops the
+// command or becomes another volume than 1.0.
+TEST_F(AppCommandsTest, AppvolTakesTheNamedOutputAndAnyNumberAsVolume) {
+  launch(7);
+  float heard = 0.0F;
+  queue.postAfter(0.5, [&] {
+    hardware->chooseDefaultOutput("Interface");
+    hardware->runCycle(4);
+    heard = hardware->heardPeak("Speakers");
+  });
+  EXPECT_EQ(
+      interruptedAfter(1.0, {"appvol", "--pid", "7", "--vol", "loud", "--output", "Speakers"}), 0);
+  EXPECT_EQ(console.lines.at(1),
+            "Tapping pid 7 at volume 1.0. That app's audio now runs through Orvelle.");
+  EXPECT_EQ(heard, kPlayedLevel);
+}
+
+// Would notice: a Ctrl-C in the middle of the start that leaves the program silent.
+TEST_F(AppCommandsTest, CtrlCDuringTheStartIsHeardWhenItIsDone) {
+  launch(7);
+  const auto prepareWorld = prepare;
+  prepare = [&](SimulatedHardware& world) {
+    prepareWorld(world);
+    world.afterChange = [&] {
+      world.afterChange = nullptr;
+      queue.happenAfter(0.01, [&] { EXPECT_TRUE(queue.raise(SIGINT)) << "the process ends"; });
+      queue.sleep(0.02);
+    };
+  };
+  atTheEnd = [](SimulatedHardware& world) {
+    EXPECT_EQ(world.aggregateCount() + world.ioProcCount() + world.tapCount(), 0U);
+  };
+  EXPECT_EQ(run({"appvol", "--pid", "7"}), 0);
+  EXPECT_EQ(console.lines.back(), "\nStopped.");
+}
+
+// Would notice: a failure without a word or with another status, and a failed start that leaves the
+// program silent.
+TEST_F(AppCommandsTest, AppvolThatCannotWorkSaysWhy) {
+  launch(7);
+  EXPECT_EQ(run({"appvol", "--pid", "99999"}), 1);
+  EXPECT_EQ(console.errors, "No audio process with pid 99999.\n");
+
+  atTheEnd = [](SimulatedHardware& world) {
+    EXPECT_EQ(world.aggregateCount() + world.ioProcCount() + world.tapCount(), 0U);
+  };
+  const auto prepareWorld = prepare;
+  const auto expectFailure = [&](const std::function<void(SimulatedHardware&)>& spoil,
+                                 const std::string& reason) {
+    console.errors.clear();
+    prepare = [&](SimulatedHardware& world) {
+      prepareWorld(world);
+      spoil(world);
+    };
+    EXPECT_EQ(run({"appvol", "--pid", "7"}), 1);
+    EXPECT_EQ(console.errors, "App-volume tap failed: " + reason + "\n");
+  };
+  expectFailure([](auto& world) { world.inject({.kind = CallKind::startDevice, .status = 35}); },
+                "AudioDeviceStart failed (OSStatus 35)");
+  expectFailure(
+      [](auto& world) { world.inject({.kind = CallKind::createProcessTap, .status = -1}); },
+      "CreateProcessTap (recording permission?) failed (OSStatus -1)");
+  expectFailure(
+      [](auto& world) {
+        world.unplug("Speakers");
+        world.unplug("Interface");
+      },
+      "Audio device not found: ");
+}
+
+}  // namespace orvelle
