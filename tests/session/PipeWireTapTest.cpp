@@ -208,6 +208,51 @@ TEST(SessionTap, GivesEachStreamBackWhatItHad) {
   EXPECT_TRUE(isTapped(session, "bySerial", "T")) << "and once more";
 }
 
+// Would catch an application whose remembered output is forgotten for its next streams, because one
+// of them has been tapped.
+TEST(SessionTap, LetsTheSessionRememberAnApplicationsOutput) {
+  HardwareSession session(twoOutputs);
+  {
+    const Probe first(constantSignal(0.1F), {.name = "app"});
+    session.panel().sendStream(
+        "app", session.panel().session().node("hw_second")->property("object.serial"));
+    ASSERT_TRUE(goesTo(session, "app", "hw_second"));
+  }
+  {
+    const Probe second(constantSignal(0.1F), {.name = "app"});
+    ASSERT_TRUE(goesTo(session, "app", "hw_second")) << "the session remembers";
+    TapToOutput tap(session, "T", "hw_first");
+    tap.start();
+    EXPECT_TRUE(isTapped(session, "app", "T"));
+    tap.stop();
+    EXPECT_TRUE(goesTo(session, "app", "hw_second"));
+  }
+  const Probe third(constantSignal(0.1F), {.name = "app"});
+  EXPECT_TRUE(goesTo(session, "app", "hw_second"));
+}
+
+// Would catch a stream that counts as tapped because an earlier one of its number was, and one that
+// nobody taps any more because a killed process did.
+TEST(SessionTap, TakesWhatOnlyLooksTaken) {
+  HardwareSession session(twoOutputs);
+  auto first = std::make_unique<Probe>(constantSignal(0.1F), ProbeOptions{.name = "first"});
+  TapToOutput tap(session, "T", "hw_second");
+  tap.start();
+  ASSERT_TRUE(isTapped(session, "first", "T"));
+  for (int round = 0; round < 5; ++round) {
+    first.reset();
+    first = std::make_unique<Probe>(constantSignal(0.1F), ProbeOptions{.name = "first"});
+    EXPECT_TRUE(isTapped(session, "first", "T")) << round;
+  }
+  tap.stop();
+  session.panel().sendStream("first", "app.orvelle.tap.dead");
+  session.settle(0.05);
+  tap.start();
+  EXPECT_TRUE(isTapped(session, "first", "T"));
+  tap.stop();
+  EXPECT_EQ(session.panel().streamTarget("first"), "");
+}
+
 // Would catch an application that is heard nowhere while the tap's output is away.
 TEST(SessionTap, LetsGoWhileItsOutputIsAway) {
   HardwareSession session(twoOutputs);

@@ -54,11 +54,12 @@ bool ProcessCatalogue::update() {
   for (ClientProcess& process : processes_) {
     std::erase_if(process.clients, [this](std::uint32_t id) { return !session_.hasClient(id); });
   }
-  const auto gone = std::ranges::stable_partition(
-      processes_, [](const ClientProcess& process) { return !process.clients.empty(); });
-  std::ranges::copy_if(gone, std::back_inserter(departed_),
-                       [](const ClientProcess& process) { return process.startTime.has_value(); });
-  processes_.erase(gone.begin(), gone.end());
+  const auto gone =
+      std::stable_partition(processes_.begin(), processes_.end(),
+                            [](const ClientProcess& process) { return !process.clients.empty(); });
+  std::copy_if(gone, processes_.end(), std::back_inserter(departed_),
+               [](const ClientProcess& process) { return process.startTime.has_value(); });
+  processes_.erase(gone, processes_.end());
   return listed() != before;
 }
 

@@ -18,12 +18,20 @@ constexpr double kMoveSeconds = 0.1;
 
 constexpr const char* kMetadata = "default";
 constexpr const char* kTargetKey = "target.object";
+/// By this the session manager sends a stream to the output that it remembers for its application.
+constexpr const char* kRememberedKey = "target.node";
 /// Names and not numbers: a target of another form would be stored for the application, and pull
 /// its next process onto the tap.
 constexpr const char* kNameType = "Spa:String";
 
 bool isTap(const std::optional<MetadataEntry>& target) {
   return target && target->value.starts_with(kTapPrefix);
+}
+
+/// Where a stream is sent by others; one that a dead process's tap has left behind means nothing.
+std::optional<MetadataEntry> targetOf(const Session& session, std::uint32_t stream) {
+  auto target = session.metadataEntry(kMetadata, stream, kTargetKey);
+  return isTap(target) && session.nodeNamed(target->value) == nullptr ? std::nullopt : target;
 }
 
 pw_proxy* createSink(const Session& session, const std::string& name) {
@@ -173,7 +181,7 @@ void ProcessTaps::update() {
 /// it goes when it is given back. Another tap's stream is left alone: two that take it from each
 /// other would never end.
 void ProcessTaps::take(Tap& tap, const Node& stream) {
-  const auto target = session_.metadataEntry(kMetadata, stream.id, kTargetKey);
+  const auto target = targetOf(session_, stream.id);
   const auto [entry, isNew] = tap.streams.try_emplace(stream.id, Tap::Taken{target, false});
   Tap::Taken& taken = entry->second;
   if (target && target->value == tap.name) {
@@ -189,7 +197,7 @@ void ProcessTaps::take(Tap& tap, const Node& stream) {
   taken.target = target;
   if (isNew || isWish) {
     taken.isConfirmed = false;
-    session_.setMetadata(kMetadata, stream.id, kTargetKey, kNameType, tap.name.c_str());
+    send(stream.id, MetadataEntry{kNameType, tap.name});
   }
 }
 
@@ -199,9 +207,22 @@ void ProcessTaps::giveBack(Tap& tap) {
     if (taken.isConfirmed && (!target || target->value != tap.name)) {
       continue;  // somebody has just sent it elsewhere
     }
-    session_.setMetadata(kMetadata, stream, kTargetKey,
-                         taken.target ? taken.target->type.c_str() : nullptr,
-                         taken.target ? taken.target->value.c_str() : nullptr);
+    send(stream, taken.target);
+  }
+}
+
+/// Absent: to where it would go by itself.
+void ProcessTaps::send(std::uint32_t stream, const std::optional<MetadataEntry>& target) {
+  const auto set = [&](const char* key, const std::optional<MetadataEntry>& entry) {
+    session_.setMetadata(kMetadata, stream, key, entry ? entry->type.c_str() : nullptr,
+                         entry ? entry->value.c_str() : nullptr);
+  };
+  set(kTargetKey, target);
+  if (const auto remembered = session_.metadataEntry(kMetadata, stream, kRememberedKey)) {
+    // The session manager has just forgotten it for the application's next streams. Only a change
+    // makes it take note.
+    set(kRememberedKey, std::nullopt);
+    set(kRememberedKey, remembered);
   }
 }
 

@@ -56,6 +56,7 @@ class ProcessTaps {
   [[nodiscard]] const Tap* find(std::string_view uuid) const;
   void take(Tap& tap, const Node& stream);
   void giveBack(Tap& tap);
+  void send(std::uint32_t stream, const std::optional<MetadataEntry>& target);
   [[nodiscard]] bool areStreamsIn(const Tap& tap, bool wanted) const;
 
   Session& session_;

@@ -86,6 +86,10 @@ void Session::Events::registryGlobal(void* data, std::uint32_t id, std::uint32_t
 
 void Session::Events::registryGlobalRemove(void* data, std::uint32_t id) {
   Session& session = static_cast<Events*>(data)->session;
+  for (auto& [metadataID, metadata] : session.metadata_) {
+    // Nobody tells that what was said of an object has gone with it, and ids are used anew.
+    std::erase_if(metadata->values, [id](const auto& entry) { return entry.first.first == id; });
+  }
   std::erase(session.nodeOrder_, id);
   const std::size_t removed = session.nodes_.erase(id) + session.cards_.erase(id) +
                               session.clients_.erase(id) + session.ports_.erase(id) +
