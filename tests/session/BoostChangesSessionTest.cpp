@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <csignal>
-#include <limits>
 #include <thread>
 
 #include "instruments/HotPlug.h"
@@ -23,23 +22,6 @@ namespace {
 
 const SessionOptions oneOutput{.standIns = {usbOutput()}};
 
-StandIn speaker() {
-  return {.name = "hw_speaker", .description = "Speaker", .bus = "pci", .priority = 900};
-}
-
-double secondsBetween(std::int64_t from, std::int64_t to) {
-  return static_cast<double>(to - from) * 1e-9;
-}
-
-/// Time from an event to the first sample above `threshold` behind it; infinity when there is none.
-double secondsToSound(const Recording& recording, std::int64_t eventNs, float threshold) {
-  const Samples samples = recording.channel("FL");
-  const std::size_t begin = recording.frameAt(eventNs);
-  const auto onset = firstAbove(samples.subspan(begin), threshold);
-  return onset ? secondsBetween(eventNs, recording.timeAt(begin + *onset))
-               : std::numeric_limits<double>::infinity();
-}
-
 // Would catch a start that keeps the listener waiting.
 TEST(BoostChanges, StartsQuicklyInAPlayingStream) {
   BoostSession session(oneOutput);
@@ -50,7 +32,7 @@ TEST(BoostChanges, StartsQuicklyInAPlayingStream) {
   const auto boost = session.boost("2");
   std::this_thread::sleep_for(milliseconds(500));
   const Recording recording = recorder.take();
-  const double start = secondsToSound(recording, boost->startNs(), 0.12F) * 1e3;
+  const double start = millisecondsToSound(recording, boost->startNs(), 0.12F);
   const double gap = longestGapMs(recording.channel("FL"), recording.rate(), 1e-4F);
   report("program started to first boosted sample", start, "ms");
   report("gap in the stream", gap, "ms");
@@ -108,13 +90,13 @@ TEST(BoostChanges, FollowsTheUserToAnotherOutput) {
   const std::int64_t chosen = panel.configureSink("hw_speaker");
   std::this_thread::sleep_for(milliseconds(800));
   const Recording recording = recorder.take();
-  const double sound = secondsToSound(recording, chosen, 0.09F) * 1e3;
+  const double sound = millisecondsToSound(recording, chosen, 0.09F);
   report("chosen to boosted sound at the new output", sound, "ms");
   EXPECT_LT(sound, 300.0);
   EXPECT_EQ(panel.defaultSink(), loopbackName);
   const std::vector<DefaultChange> changes = panel.defaultChanges();
   report("chosen to default back on the loopback",
-         secondsBetween(chosen, changes.back().timeNs) * 1e3, "ms");
+         millisecondsBetween(chosen, changes.back().timeNs), "ms");
   const double loudest = static_cast<double>(peak(recording.channel("FL")));
   report("loudest sample at the new output", loudest, "");
   EXPECT_LT(loudest, 0.4 * 0.25 * 1.012);
@@ -138,7 +120,7 @@ TEST(BoostChanges, SnapsBackFromAHeadset) {
                session.panel().defaultSink() == loopbackName;
       },
       patience));
-  const double back = secondsBetween(chosen, session.panel().defaultChanges().back().timeNs) * 1e3;
+  const double back = millisecondsBetween(chosen, session.panel().defaultChanges().back().timeNs);
   report("default back on the loopback after", back, "ms");
   EXPECT_LT(back, 100.0);
   BoostSession::interrupt(*boost);
@@ -163,7 +145,7 @@ TEST(BoostChanges, OutlivesItsOutput) {
   std::this_thread::sleep_for(milliseconds(1000));
   ASSERT_FALSE(boost->wait(milliseconds(0)).has_value()) << boost->standardError();
   const Recording recording = recorder.take();
-  const double sound = secondsToSound(recording, back, 0.01F) * 1e3;
+  const double sound = millisecondsToSound(recording, back, 0.01F);
   const double levelAfter = fitSine(recording.channel("FL").last(9600), 997.0, 48000.0).levelDbfs();
   const double loudest = toDecibels(static_cast<double>(peak(recording.channel("FL"))));
   report("output back to sound", sound, "ms");
@@ -199,7 +181,7 @@ TEST(BoostChanges, PutsEverythingBackAtCtrlC) {
   EXPECT_NEAR(panel.volume("hw_speaker").cubic(), 1.0F, 1e-4F);
   const std::int64_t pressed = monotonicNanoseconds();
   BoostSession::interrupt(*boost);
-  const double exit = secondsBetween(pressed, boost->exitNs()) * 1e3;
+  const double exit = millisecondsBetween(pressed, boost->exitNs());
   report("Ctrl-C to the end of the process", exit, "ms");
   EXPECT_LT(exit, 200.0);
   EXPECT_TRUE(panel.waitForDefault("hw_usb", milliseconds(100))) << "the best-ranked real output";

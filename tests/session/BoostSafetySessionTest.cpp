@@ -2,9 +2,7 @@
 // when others meddle.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <sstream>
-#include <stdexcept>
 #include <thread>
 
 #include "instruments/Probe.h"
@@ -17,7 +15,6 @@ namespace {
 // A millisecond is one period, so that each whole one has the same peak.
 constexpr double toneHz = 1000.0;
 constexpr float toneAmplitude = 0.5F;
-constexpr double toleranceDb = 0.1;
 
 Signal tone() {
   return sineSignal(toneHz, toneAmplitude);
@@ -28,53 +25,7 @@ double toneDbfsAt(float volume) {
   return toDecibels(static_cast<double>(toneAmplitude * volume * volume * volume));
 }
 
-const SessionOptions twoOutputs{
-    .standIns = {usbOutput(),
-                 {.name = "hw_speaker", .description = "Speaker", .bus = "pci", .priority = 900}}};
-
-/// Level of the tone, from a tenth of a second in which the player missed no cycle.
-double levelNow(const Recorder& recorder) {
-  constexpr int attempts = 20;
-  for (int attempt = 0; attempt < attempts; ++attempt) {
-    if (!recorder.waitFor(milliseconds(150))) {
-      break;
-    }
-    const Recording recording = recorder.take();
-    const SineFit fit = fitSine(recording.channel("FL").last(4800), toneHz, recording.rate());
-    if (fit.residualPeak < 1e-3 * fit.amplitude) {
-      return fit.levelDbfs();
-    }
-  }
-  throw std::runtime_error("no tenth of a second with nothing but the tone");
-}
-
-struct Excess {
-  double decibels = 0.0;      ///< of the loudest sample; negative when all are quieter
-  double milliseconds = 0.0;  ///< with a peak beyond the tolerance
-};
-
-/// How much louder than a level, and how long, a recording was.
-Excess excessOver(double levelDbfs, const Recording& recording) {
-  const std::vector<float> peaks = peakPerMillisecond(recording.channel("FL"), recording.rate());
-  const auto above = [&](float peak) { return toDecibels(static_cast<double>(peak)) - levelDbfs; };
-  const auto louder =
-      std::ranges::count_if(peaks, [&](float peak) { return above(peak) > toleranceDb; });
-  return {above(*std::ranges::max_element(peaks)), static_cast<double>(louder)};
-}
-
-/// Checks that nothing was louder at any time.
-void expectNeverAbove(double levelDbfs, const Recorder& recorder, const std::string& name) {
-  const Excess excess = excessOver(levelDbfs, recorder.take());
-  report(name + " louder by", excess.decibels, "dB");
-  report(name + " louder for", excess.milliseconds, "ms");
-  EXPECT_LT(excess.decibels, toleranceDb) << name << " for " << excess.milliseconds << " ms";
-}
-
-void expectVolume(BoostSession& session, const std::string& node, float volume, bool isMuted) {
-  const NodeVolume level = session.panel().volume(node);
-  EXPECT_NEAR(level.cubic(), volume, 1e-4F) << node;
-  EXPECT_EQ(level.isMuted, isMuted) << node;
-}
+const SessionOptions twoOutputs{.standIns = {usbOutput(), speaker()}};
 
 /// Boosts into a muted output.
 void expectMuteTravels(const std::string& output, float volume,
@@ -89,14 +40,14 @@ void expectMuteTravels(const std::string& output, float volume,
   const auto boost = session.boost("1.0", words);
   ASSERT_TRUE(recorder.waitFor(milliseconds(500)));
   EXPECT_EQ(peak(recorder.take().channel("FL")), 0.0F) << "heard although muted";
-  expectVolume(session, loopbackName, 0.4F, true);
-  expectVolume(session, output, 1.0F, false);
+  session.expectVolume(loopbackName, 0.4F, true);
+  session.expectVolume(output, 1.0F, false);
 
   panel.setMute(loopbackName, false);
-  EXPECT_NEAR(levelNow(recorder), toneDbfsAt(0.4F), toleranceDb);
+  EXPECT_NEAR(levelNow(recorder, toneHz), toneDbfsAt(0.4F), levelToleranceDb);
   BoostSession::interrupt(*boost);
   EXPECT_TRUE(panel.waitForDefault("hw_usb", patience));
-  expectVolume(session, output, volume, true);
+  session.expectVolume(output, volume, true);
   expectNeverAbove(toneDbfsAt(0.4F), recorder, output);
   recorder.forget();
   ASSERT_TRUE(recorder.waitFor(milliseconds(200)));
@@ -175,7 +126,7 @@ TEST(BoostSafety, OutlivesItsLoopback) {
   Recorder recorder("hw_usb");
   const Probe probe(tone(), {});
   const auto boost = session.boost("1.0");
-  EXPECT_NEAR(levelNow(recorder), toneDbfsAt(0.4F), toleranceDb);
+  EXPECT_NEAR(levelNow(recorder, toneHz), toneDbfsAt(0.4F), levelToleranceDb);
 
   recorder.forget();
   const std::size_t changes = panel.defaultChanges().size();
@@ -188,23 +139,23 @@ TEST(BoostSafety, OutlivesItsLoopback) {
       << panel.defaultSink();
   ASSERT_TRUE(recorder.waitFor(milliseconds(500)));
   ASSERT_FALSE(boost->wait(milliseconds(0)).has_value()) << boost->standardError();
-  expectVolume(session, "hw_usb", 1.0F, false);
-  expectVolume(session, loopbackName, 0.4F, false);
-  const double after = levelNow(recorder);
+  session.expectVolume("hw_usb", 1.0F, false);
+  session.expectVolume(loopbackName, 0.4F, false);
+  const double after = levelNow(recorder, toneHz);
   const Recording recording = recorder.take();
   const Excess excess = excessOver(toneDbfsAt(0.4F), recording);
   report("level after", after, "dBFS");
   report("louder than before by", excess.decibels, "dB");
   report("louder than before for", excess.milliseconds, "ms");
   report("longest gap", longestGapMs(recording.channel("FL"), recording.rate(), 1e-4F), "ms");
-  EXPECT_NEAR(after, toneDbfsAt(0.4F), toleranceDb);
+  EXPECT_NEAR(after, toneDbfsAt(0.4F), levelToleranceDb);
   EXPECT_LE(excess.milliseconds, 50.0) << "by " << excess.decibels << " dB";
 
   recorder.forget();
   BoostSession::interrupt(*boost);
   EXPECT_TRUE(panel.waitForDefault("hw_usb", patience));
-  expectVolume(session, "hw_usb", 0.4F, false);
-  EXPECT_NEAR(levelNow(recorder), toneDbfsAt(0.4F), toleranceDb);
+  session.expectVolume("hw_usb", 0.4F, false);
+  EXPECT_NEAR(levelNow(recorder, toneHz), toneDbfsAt(0.4F), levelToleranceDb);
   expectNeverAbove(toneDbfsAt(0.4F), recorder, "the end");
 }
 
@@ -218,7 +169,7 @@ TEST(BoostSafety, ASecondBoostIsRefused) {
   Recorder recorder("hw_usb");
   const Probe probe(tone(), {});
   const auto first = session.boost("1.0");
-  EXPECT_NEAR(levelNow(recorder), toneDbfsAt(0.4F), toleranceDb);
+  EXPECT_NEAR(levelNow(recorder, toneHz), toneDbfsAt(0.4F), levelToleranceDb);
   const std::vector<std::string> words = {"boost", "--input", loopbackName, "--gain", "1.0"};
   for (const std::string output : {"hw_usb", "hw_speaker", ""}) {
     SCOPED_TRACE(output.empty() ? "the default" : output);
@@ -230,16 +181,16 @@ TEST(BoostSafety, ASecondBoostIsRefused) {
     EXPECT_EQ(second->wait(patience), 1) << second->standardOutput();
     EXPECT_TRUE(second->standardError().starts_with("Boost failed: ")) << second->standardError();
     ASSERT_TRUE(recorder.waitFor(milliseconds(300)));
-    EXPECT_NEAR(levelNow(recorder), toneDbfsAt(0.4F), toleranceDb);
+    EXPECT_NEAR(levelNow(recorder, toneHz), toneDbfsAt(0.4F), levelToleranceDb);
     EXPECT_EQ(panel.defaultSink(), loopbackName);
-    expectVolume(session, "hw_usb", 1.0F, false);
-    expectVolume(session, "hw_speaker", 0.5F, false);
-    expectVolume(session, loopbackName, 0.4F, false);
+    session.expectVolume("hw_usb", 1.0F, false);
+    session.expectVolume("hw_speaker", 0.5F, false);
+    session.expectVolume(loopbackName, 0.4F, false);
   }
   BoostSession::interrupt(*first);
   EXPECT_TRUE(panel.waitForDefault("hw_usb", patience));
-  expectVolume(session, "hw_usb", 0.4F, false);
-  EXPECT_NEAR(levelNow(recorder), toneDbfsAt(0.4F), toleranceDb);
+  session.expectVolume("hw_usb", 0.4F, false);
+  EXPECT_NEAR(levelNow(recorder, toneHz), toneDbfsAt(0.4F), levelToleranceDb);
   expectNeverAbove(toneDbfsAt(0.4F), recorder, "hw_usb");
 }
 

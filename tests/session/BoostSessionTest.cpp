@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <map>
 #include <ostream>
-#include <random>
 #include <set>
 #include <thread>
 #include <utility>
@@ -18,22 +17,6 @@ namespace orvelle::instruments {
 namespace {
 
 const SessionOptions oneOutput{.standIns = {usbOutput()}};
-
-/// The samples from the first sounding one on, as many as `reference` has.
-Samples fromOnset(Samples recorded, std::size_t frames) {
-  const std::size_t begin = firstAbove(recorded, 0.0F).value_or(recorded.size());
-  return recorded.subspan(begin, std::min(frames, recorded.size() - begin));
-}
-
-WaveFile noiseFile() {
-  std::mt19937 generator(20);
-  std::uniform_real_distribution<float> distribution(-0.9F, 0.9F);
-  WaveFile wave{48000, {std::vector<float>(48000), std::vector<float>(48000)}};
-  for (std::vector<float>& channel : wave.channels) {
-    std::generate(channel.begin(), channel.end(), [&] { return distribution(generator); });
-  }
-  return wave;
-}
 
 /// What the plain model of the signal chain makes of a file.
 WaveFile modelOf(const WaveFile& wave, float gain) {
@@ -89,7 +72,7 @@ TEST(BoostSound, RaisesTheLevelOfRealClients) {
 TEST(BoostSound, NeutralGainIsTransparent) {
   BoostSession session(oneOutput);
   Recorder recorder("hw_usb");
-  const WaveFile noise = noiseFile();
+  const WaveFile noise = stereoNoise();
   for (const bool isBoosted : {false, true}) {
     const auto boost = isBoosted ? session.boost("1.0") : nullptr;
     recorder.forget();

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <set>
+#include <string>
 #include <thread>
 
 #include "instruments/DesktopPanel.h"
@@ -51,6 +53,30 @@ bool isAlive(pid_t pid) {
   return kill(pid, 0) == 0;
 }
 
+// Would catch an order that does not reach the session, one that is told although it has gone, and
+// a player that only seems to wait.
+TEST(Instruments, SendStreamsToOutputs) {
+  const PrivateSession session({.standIns = {usb(), speaker()}});
+  DesktopPanel panel;
+  const Probe probe(constantSignal(0.1F), {.name = "player"});
+  const auto goesTo = [&](const std::string& output) {
+    return SessionClient::waitFor(
+        [&] { return panel.outputsOf("player") == std::set<std::string>{output}; }, seconds(1));
+  };
+  const std::string serial = panel.session().node("hw_speaker")->property("object.serial");
+  for (const std::string& target : {std::string("hw_speaker"), serial}) {
+    panel.sendStream("player", target);
+    EXPECT_TRUE(goesTo("hw_speaker")) << target;
+    EXPECT_EQ(panel.streamTarget("player"), target);
+    panel.sendStream("player", "");
+    EXPECT_TRUE(goesTo("hw_usb")) << target;
+    EXPECT_EQ(panel.streamTarget("player"), "");
+  }
+  const Probe waiting(constantSignal(0.1F), {.name = "waiting", .isPaused = true});
+  std::this_thread::sleep_for(milliseconds(100));
+  EXPECT_EQ(waiting.frames(), 0U);
+}
+
 // Would catch a process that outlives its test, output that is lost at its end, and a status that
 // hides a crash.
 TEST(Subprocess, TellsHowAProcessEndsAndLeavesNoneBehind) {
@@ -71,6 +97,10 @@ TEST(Subprocess, TellsHowAProcessEndsAndLeavesNoneBehind) {
   killed.signal(SIGTERM);
   EXPECT_EQ(killed.wait(seconds(5)), 128 + SIGTERM);
   EXPECT_LT(killed.exitNs() - begin, 100'000'000);
+
+  Subprocess busy({"sh", "-c", "while :; do :; done"}, environment);
+  std::this_thread::sleep_for(milliseconds(500));
+  EXPECT_NEAR(usageOf(busy.pid()).cpuSeconds, 0.5, 0.4);
 
   pid_t grandchild = 0;
   {
