@@ -4,6 +4,7 @@
 #include <charconv>
 #include <utility>
 
+#include "orvelle/platform/pipewire/DisplayText.h"
 #include "orvelle/platform/pipewire/Transport.h"
 
 namespace orvelle::pipewire {
@@ -132,7 +133,7 @@ std::string DeviceCatalogue::name(const Device& device) const {
     return {};
   }
   const std::string_view description = valueOf(node->properties, "node.description");
-  return std::string(description.empty() ? node->name() : description);
+  return displayText(description.empty() ? node->name() : description);
 }
 
 std::uint32_t DeviceCatalogue::transport(const Device& device) const {

@@ -5,6 +5,8 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "orvelle/platform/pipewire/DisplayText.h"
+
 namespace orvelle::pipewire {
 
 namespace {
@@ -47,11 +49,11 @@ std::int32_t processIDOf(const Properties& stream, const Properties& client) {
 
 ProcessIdentity identify(const Properties& stream, const Properties& client) {
   const std::string_view sandboxedID = valueOf(client, kSandboxedID);
-  return {processIDOf(stream, client),
-          std::string(sandboxedID.empty()
-                          ? told(stream, client, {"application.id", "application.process.binary"})
-                          : sandboxedID),
-          std::string(told(stream, client, {"application.name"}))};
+  const std::string_view bundleID =
+      sandboxedID.empty() ? told(stream, client, {"application.id", "application.process.binary"})
+                          : sandboxedID;
+  return {processIDOf(stream, client), displayText(bundleID),
+          displayText(told(stream, client, {"application.name"}))};
 }
 
 }  // namespace orvelle::pipewire
