@@ -117,7 +117,7 @@ TEST(ProcessIdentity, IsWhatCanBeBelieved) {
         Case{{{"application.id", "org.example.Browser"}}, pulse, 71, "org.example.Browser", ""},
         Case{stream, sandboxed(native), 70, "org.example.App", "Stream"},
         Case{stream, sandboxed(pulse), 0, "org.example.App", "Stream"},
-        Case{{{"application.name", "two\nlines\x1B[2J"}}, native, 70, "", "two lines [2J"},
+        Case{{{"application.name", "two\nlines\xC2\x9B[2J"}}, native, 70, "", "two lines [2J"},
         Case{{{"application.process.id", "12x"}}, {}, 0, "", ""},
         Case{{{"application.process.id", "-5"}}, native, 70, "", "Connection"}}) {
     const ProcessIdentity identity = identify(each.stream, each.client);

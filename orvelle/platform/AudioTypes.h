@@ -103,6 +103,11 @@ struct PropertyAddress {
   friend auto operator<=>(const PropertyAddress&, const PropertyAddress&) = default;
 };
 
+/// Whether the address is that of a scope's main element.
+constexpr bool isMainElement(const PropertyAddress& address, std::uint32_t scope) {
+  return address.scope == scope && address.element == kAudioObjectPropertyElementMain;
+}
+
 /// The buffers of one direction of a device, as channels per buffer.
 struct StreamConfiguration {
   std::vector<std::uint32_t> channelsPerBuffer;

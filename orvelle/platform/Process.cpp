@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <charconv>
 #include <fstream>
 #include <string>
 
@@ -23,8 +24,12 @@ std::optional<std::uint64_t> processStartTime(std::int32_t pid) {
   for (int field = 0; field < fieldsBetween && position != std::string::npos; ++field) {
     position = line.find(' ', position + 1);
   }
-  return position == std::string::npos ? std::nullopt
-                                       : std::optional(std::stoull(line.substr(position)));
+  std::uint64_t startTime = 0;
+  const char* const end = line.data() + line.size();
+  const bool isNumber =
+      position != std::string::npos &&
+      std::from_chars(line.data() + position + 1, end, startTime).ec == std::errc{};
+  return isNumber ? std::optional(startTime) : std::nullopt;
 }
 
 }  // namespace orvelle

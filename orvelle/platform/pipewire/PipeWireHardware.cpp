@@ -19,10 +19,6 @@ namespace {
 constexpr PropertyAddress kDevices{kAudioHardwarePropertyDevices};
 constexpr PropertyAddress kDefaultOutput{kAudioHardwarePropertyDefaultOutputDevice};
 
-bool isMainElement(const PropertyAddress& address, std::uint32_t scope) {
-  return address.scope == scope && address.element == kAudioObjectPropertyElementMain;
-}
-
 }  // namespace
 
 // Changes
@@ -64,23 +60,13 @@ void PipeWireHardware::Parts::processesChanged() {
   if (processes.update()) {
     listeners.notify(kAudioObjectSystemObject, {kAudioHardwarePropertyProcessObjectList});
   }
-  const std::set<AudioObjectID> current = playing();
+  const std::set<AudioObjectID> current = processes.playing();
   for (const ClientProcess& process : processes.processes()) {
     if (current.contains(process.id) != reportedPlaying.contains(process.id)) {
       listeners.notify(process.id, {kAudioProcessPropertyIsRunningOutput});
     }
   }
   reportedPlaying = current;
-}
-
-std::set<AudioObjectID> PipeWireHardware::Parts::playing() const {
-  std::set<AudioObjectID> ids;
-  for (const ClientProcess& process : processes.processes()) {
-    if (processes.isPlaying(process)) {
-      ids.insert(process.id);
-    }
-  }
-  return ids;
 }
 
 AudioObjectID PipeWireHardware::Parts::defaultOutputID() const {

@@ -35,7 +35,7 @@ struct PipeWireHardware::Parts {
         loudness(*session, loopback, defaultOutput),
         aggregates(*session, taps, loudness, [this] { return ++lastID; }) {
     reportedDefault = defaultOutputID();
-    reportedPlaying = playing();
+    reportedPlaying = processes.playing();
     session->onChange = [this](pipewire::Change change) { sessionChanged(change); };
   }
 
@@ -58,7 +58,6 @@ struct PipeWireHardware::Parts {
 
   void sessionChanged(pipewire::Change change);
   void processesChanged();
-  [[nodiscard]] std::set<AudioObjectID> playing() const;
   [[nodiscard]] AudioObjectID defaultOutputID() const;
 
   void learnLevel(AudioObjectID object, const PropertyAddress& address);

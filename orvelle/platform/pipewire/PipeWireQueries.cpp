@@ -16,10 +16,6 @@ namespace {
 
 constexpr double kLoopbackRate = 48000.0;
 
-bool isMainElement(const PropertyAddress& address, std::uint32_t scope) {
-  return address.scope == scope && address.element == kAudioObjectPropertyElementMain;
-}
-
 }  // namespace
 
 /// Waits: what was looked up before is to be looked up again.
@@ -94,7 +90,7 @@ OSStatus PipeWireHardware::Parts::getOfProcess(const ClientProcess& process,
       value = process.name;
       return kAudioHardwareNoError;
     case kAudioProcessPropertyIsRunningOutput:
-      value = std::uint32_t{processes.isPlaying(process) ? 1U : 0U};
+      value = std::uint32_t{processes.playing().contains(process.id) ? 1U : 0U};
       return kAudioHardwareNoError;
     default:
       return kAudioHardwareUnknownPropertyError;

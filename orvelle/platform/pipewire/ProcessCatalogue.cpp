@@ -94,16 +94,20 @@ AudioObjectID ProcessCatalogue::processOf(const Node& stream) const {
   if (client == nullptr) {
     return kAudioObjectUnknown;
   }
-  const std::int32_t pid = identify(stream.properties, client->properties).pid;
+  const std::int32_t pid = processID(stream.properties, client->properties);
   const auto found = std::ranges::find_if(
       processes_, [&](const ClientProcess& process) { return isOf(process, pid, client->id); });
   return found == processes_.end() ? kAudioObjectUnknown : found->id;
 }
 
-bool ProcessCatalogue::isPlaying(const ClientProcess& process) const {
-  return std::ranges::any_of(session_.nodes(), [&](const Node* node) {
-    return node->isRunning && processOf(*node) == process.id;
-  });
+std::set<AudioObjectID> ProcessCatalogue::playing() const {
+  std::set<AudioObjectID> ids;
+  for (const Node* node : session_.nodes()) {
+    if (node->isRunning) {
+      ids.insert(processOf(*node));
+    }
+  }
+  return ids;
 }
 
 }  // namespace orvelle::pipewire

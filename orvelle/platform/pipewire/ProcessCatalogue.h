@@ -37,8 +37,8 @@ class ProcessCatalogue {
   [[nodiscard]] const ClientProcess* process(AudioObjectID id) const;
   /// The process that a playback stream belongs to; 0 for a node that is none.
   [[nodiscard]] AudioObjectID processOf(const Node& stream) const;
-  /// Whether one of its streams is running. One that is paused is not.
-  [[nodiscard]] bool isPlaying(const ClientProcess& process) const;
+  /// The processes of running streams. A stream that is paused is not running.
+  [[nodiscard]] std::set<AudioObjectID> playing() const;
 
  private:
   ClientProcess& entryOf(std::int32_t pid, std::uint32_t client);

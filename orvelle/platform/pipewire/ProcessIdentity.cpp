@@ -11,7 +11,7 @@ namespace orvelle::pipewire {
 
 namespace {
 
-/// Set by the server, never by the client.
+/// The server sets it for those that it knows to be sandboxed.
 constexpr std::string_view kSandboxedID = "pipewire.access.portal.app_id";
 
 /// 0 for anything but a positive number.
@@ -34,7 +34,9 @@ std::string_view told(const Properties& stream, const Properties& client,
   return {};
 }
 
-std::int32_t processIDOf(const Properties& stream, const Properties& client) {
+}  // namespace
+
+std::int32_t processID(const Properties& stream, const Properties& client) {
   // The PulseAudio server connects once for each of its clients: the other end is always itself.
   const bool isProxied = valueOf(client, "client.api") == "pipewire-pulse";
   const std::int32_t peer = isProxied ? 0 : processNumber(valueOf(client, "pipewire.sec.pid"));
@@ -45,14 +47,12 @@ std::int32_t processIDOf(const Properties& stream, const Properties& client) {
   return said != 0 ? said : peer;
 }
 
-}  // namespace
-
 ProcessIdentity identify(const Properties& stream, const Properties& client) {
   const std::string_view sandboxedID = valueOf(client, kSandboxedID);
   const std::string_view bundleID =
       sandboxedID.empty() ? told(stream, client, {"application.id", "application.process.binary"})
                           : sandboxedID;
-  return {processIDOf(stream, client), displayText(bundleID),
+  return {processID(stream, client), displayText(bundleID),
           displayText(told(stream, client, {"application.name"}))};
 }
 

@@ -20,5 +20,7 @@ struct ProcessIdentity {
 /// what the server knows of the connection's other end: a proxy, such as the PulseAudio server,
 /// speaks for the programs behind it. Of a sandboxed program, the server alone is believed.
 ProcessIdentity identify(const Properties& stream, const Properties& client);
+/// The number alone.
+std::int32_t processID(const Properties& stream, const Properties& client);
 
 }  // namespace orvelle::pipewire

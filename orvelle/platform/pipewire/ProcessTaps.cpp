@@ -13,6 +13,8 @@ namespace {
 constexpr std::string_view kTapPrefix = "app.orvelle.tap.";
 constexpr std::size_t kChannels = 2;
 constexpr double kCreationSeconds = 1.0;
+/// A user does not send one stream here and there as often. A program that insists has it.
+constexpr int kMostWishes = 100;
 /// Some ten times what it takes.
 constexpr double kMoveSeconds = 0.1;
 
@@ -58,8 +60,11 @@ pw_proxy* createSink(const Session& session, const std::string& name) {
 struct ProcessTaps::Tap {
   /// A stream that has been sent to the tap.
   struct Taken {
-    std::optional<MetadataEntry> target;  ///< where it goes when it is given back; absent: default
-    bool isConfirmed = false;             ///< the session has told that it is sent to the tap
+    /// Where it goes when it is given back; absent: to the default output.
+    std::optional<MetadataEntry> target{};
+    /// The session has told that it is sent to a tap: every other target from now on is a wish.
+    bool hasArrived = false;
+    int wishes = 0;  ///< how often it has been sent elsewhere meanwhile
   };
 
   TapDescription description;
@@ -162,6 +167,10 @@ void ProcessTaps::setRead(const std::set<std::string>& uuids) {
 }
 
 void ProcessTaps::update() {
+  // Without a session manager nothing is known, least of all that somebody has a wish.
+  if (!session_.hasMetadata(kMetadata)) {
+    return;
+  }
   for (auto& [id, tap] : taps_) {
     std::erase_if(tap->streams,
                   [this](const auto& entry) { return session_.node(entry.first) == nullptr; });
@@ -182,21 +191,18 @@ void ProcessTaps::update() {
 /// other would never end.
 void ProcessTaps::take(Tap& tap, const Node& stream) {
   const auto target = targetOf(session_, stream.id);
-  const auto [entry, isNew] = tap.streams.try_emplace(stream.id, Tap::Taken{target, false});
+  const auto [entry, isNew] =
+      tap.streams.try_emplace(stream.id, Tap::Taken{isTap(target) ? std::nullopt : target});
   Tap::Taken& taken = entry->second;
-  if (target && target->value == tap.name) {
-    taken.isConfirmed = true;
-    return;
-  }
   if (isTap(target)) {
-    tap.streams.erase(entry);
+    taken.hasArrived = true;
     return;
   }
-  // What was asked before the session has confirmed the tap may still be the state of before.
-  const bool isWish = taken.isConfirmed || target != taken.target;
+  // Until the session has told of our order, the target may still be the one from before.
+  const bool isWish = !isNew && (taken.hasArrived || target != taken.target);
   taken.target = target;
-  if (isNew || isWish) {
-    taken.isConfirmed = false;
+  if (isNew || (isWish && ++taken.wishes <= kMostWishes)) {
+    taken.hasArrived = false;
     send(stream.id, MetadataEntry{kNameType, tap.name});
   }
 }
@@ -204,7 +210,7 @@ void ProcessTaps::take(Tap& tap, const Node& stream) {
 void ProcessTaps::giveBack(Tap& tap) {
   for (const auto& [stream, taken] : std::exchange(tap.streams, {})) {
     const auto target = session_.metadataEntry(kMetadata, stream, kTargetKey);
-    if (taken.isConfirmed && (!target || target->value != tap.name)) {
+    if (taken.hasArrived && (!target || target->value != tap.name)) {
       continue;  // somebody has just sent it elsewhere
     }
     send(stream, taken.target);
