@@ -13,8 +13,8 @@ namespace {
 
 using Spectrum = std::vector<std::complex<double>>;
 
-/// In place, decimation in time. The size is a power of two; the inverse is not scaled.
-void fourierTransform(Spectrum& values, bool inverse) {
+/// In place, decimation in time. The size is a power of two.
+void fourierTransform(Spectrum& values) {
   const std::size_t size = values.size();
   for (std::size_t index = 1, reversed = 0; index < size; ++index) {
     std::size_t bit = size >> 1U;
@@ -28,7 +28,7 @@ void fourierTransform(Spectrum& values, bool inverse) {
   }
   for (std::size_t length = 2; length <= size; length *= 2) {
     const std::size_t half = length / 2;
-    const double step = (inverse ? 2.0 : -2.0) * std::numbers::pi / static_cast<double>(length);
+    const double step = -2.0 * std::numbers::pi / static_cast<double>(length);
     for (std::size_t k = 0; k < half; ++k) {
       const std::complex<double> twiddle = std::polar(1.0, step * static_cast<double>(k));
       for (std::size_t start = k; start < size; start += length) {
@@ -130,7 +130,7 @@ SpectralLine strongestOtherLine(Samples samples, double frequency, double rate) 
     spectrum[frame] = window[frame] * rest;
     windowSum += window[frame];
   }
-  fourierTransform(spectrum, false);
+  fourierTransform(spectrum);
 
   // The offset has gone with the sine: through the window it would seem twice as large.
   SpectralLine strongest;
@@ -194,28 +194,6 @@ double longestGapMs(Samples samples, double rate, float threshold) {
     }
   }
   return static_cast<double>(longest) * 1000.0 / rate;
-}
-
-std::ptrdiff_t bestAlignment(Samples reference, Samples recording) {
-  const std::size_t size = std::bit_ceil(reference.size() + recording.size());
-  Spectrum first(size);
-  Spectrum second(size);
-  std::copy(reference.begin(), reference.end(), first.begin());
-  std::copy(recording.begin(), recording.end(), second.begin());
-  fourierTransform(first, false);
-  fourierTransform(second, false);
-  for (std::size_t bin = 0; bin < size; ++bin) {
-    second[bin] *= std::conj(first[bin]);
-  }
-  fourierTransform(second, true);
-  const auto best =
-      std::max_element(second.begin(), second.end(),
-                       [](const auto& a, const auto& b) { return a.real() < b.real(); });
-  const std::ptrdiff_t lag = best - second.begin();
-  // Correlation is circular: the upper part holds the negative delays.
-  return lag < static_cast<std::ptrdiff_t>(recording.size())
-             ? lag
-             : lag - static_cast<std::ptrdiff_t>(size);
 }
 
 Difference compare(Samples one, Samples other) {

@@ -52,10 +52,6 @@ std::optional<std::size_t> firstAbove(Samples samples, float threshold);
 /// Index behind the last sample of a magnitude above `threshold`; 0 when there is none.
 std::size_t endOfSound(Samples samples, float threshold);
 
-/// How far behind `reference` the same signal begins in `recording`, in frames, at the best
-/// correlation; negative when its beginning is cut off. `reference` must be no periodic signal.
-std::ptrdiff_t bestAlignment(Samples reference, Samples recording);
-
 /// How two signals differ, sample by sample over the shorter one.
 struct Difference {
   std::size_t compared = 0;

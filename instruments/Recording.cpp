@@ -32,11 +32,6 @@ const Cycle& Recording::cycleOf(std::size_t frame) const {
   return *std::prev(next);
 }
 
-std::uint64_t Recording::positionAt(std::size_t frame) const {
-  const Cycle& cycle = cycleOf(frame);
-  return cycle.position + (frame - cycle.firstFrame);
-}
-
 std::int64_t Recording::timeAt(std::size_t frame) const {
   const Cycle& cycle = cycleOf(frame);
   const auto within = static_cast<double>(frame - cycle.firstFrame);

@@ -40,11 +40,8 @@ struct Recording {
   [[nodiscard]] double rate() const;
   /// Throws std::out_of_range for a name that is not there.
   [[nodiscard]] Samples channel(std::string_view name) const;
-  /// Clock position of a sample, and the index of the sample with a clock position (the last one
-  /// where clocks changed). Both throw std::out_of_range.
-  [[nodiscard]] std::uint64_t positionAt(std::size_t frame) const;
   /// CLOCK_MONOTONIC of a sample, and the index of the first sample at or after a time (`frames()`
-  /// when there is none).
+  /// when there is none). The former throws std::out_of_range.
   [[nodiscard]] std::int64_t timeAt(std::size_t frame) const;
   [[nodiscard]] std::size_t frameAt(std::int64_t timeNs) const;
 

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -18,7 +17,6 @@ static_assert(std::endian::native == std::endian::little, "WAV files are little 
 
 constexpr std::uint16_t formatInteger = 1;
 constexpr std::uint16_t formatFloat = 3;
-constexpr std::uint16_t formatExtensible = 0xFFFE;
 
 struct FormatChunk {
   std::uint16_t format = 0;
@@ -35,16 +33,6 @@ void append(std::string& bytes, const Value& value) {
   std::array<char, sizeof(Value)> raw{};
   std::memcpy(raw.data(), &value, sizeof value);
   bytes.append(raw.data(), raw.size());
-}
-
-template <typename Value>
-Value take(std::string_view bytes, std::size_t offset) {
-  if (offset + sizeof(Value) > bytes.size()) {
-    throw std::runtime_error("WAV file is cut short");
-  }
-  Value value{};
-  std::memcpy(&value, bytes.data() + offset, sizeof value);
-  return value;
 }
 
 void appendChunk(std::string& bytes, std::string_view name, std::string_view content) {
@@ -94,50 +82,6 @@ void writeWave(const std::filesystem::path& path, const WaveFile& wave, WaveForm
   if (!stream.flush()) {
     throw std::runtime_error("cannot write " + path.string());
   }
-}
-
-WaveFile readWave(const std::filesystem::path& path) {
-  std::ifstream stream(path, std::ios::binary);
-  const std::string file{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-  const std::string_view bytes = file;
-  if (bytes.size() < 12 || bytes.substr(0, 4) != "RIFF" || bytes.substr(8, 4) != "WAVE") {
-    throw std::runtime_error(path.string() + " is no WAV file");
-  }
-
-  FormatChunk description;
-  std::string_view samples;
-  for (std::size_t offset = 12; offset + 8 <= bytes.size();) {
-    const std::string_view name = bytes.substr(offset, 4);
-    const std::size_t size = take<std::uint32_t>(bytes, offset + 4);
-    if (name == "fmt ") {
-      description = take<FormatChunk>(bytes, offset + 8);
-      if (description.format == formatExtensible) {
-        // The true format stands at the beginning of the subformat identifier.
-        description.format = take<std::uint16_t>(bytes, offset + 8 + 24);
-      }
-    } else if (name == "data") {
-      samples = bytes.substr(offset + 8, size);
-    }
-    offset += 8 + size + size % 2;
-  }
-
-  const bool isFloat = description.format == formatFloat && description.bitsPerSample == 32;
-  const bool isInteger = description.format == formatInteger && description.bitsPerSample == 16;
-  if ((!isFloat && !isInteger) || description.channels == 0) {
-    throw std::runtime_error(path.string() + " has a sample format that is not supported");
-  }
-  const std::size_t bytesPerSample = isFloat ? 4 : 2;
-  const std::size_t frames = samples.size() / (bytesPerSample * description.channels);
-  WaveFile wave;
-  wave.rate = static_cast<int>(description.rate);
-  wave.channels.assign(description.channels, std::vector<float>(frames));
-  for (std::size_t index = 0; index < frames * description.channels; ++index) {
-    const std::size_t offset = index * bytesPerSample;
-    wave.channels[index % description.channels][index / description.channels] =
-        isFloat ? take<float>(samples, offset)
-                : static_cast<float>(take<std::int16_t>(samples, offset)) / 32768.0F;
-  }
-  return wave;
 }
 
 }  // namespace orvelle::instruments

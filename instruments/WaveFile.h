@@ -17,8 +17,4 @@ struct WaveFile {
 /// Integer samples are rounded and clipped to full scale. Throws std::runtime_error.
 void writeWave(const std::filesystem::path& path, const WaveFile& wave, WaveFormat format);
 
-/// Reads what `writeWave` writes, and the same from other programs. Throws std::runtime_error for
-/// every other format and for a file that is damaged.
-WaveFile readWave(const std::filesystem::path& path);
-
 }  // namespace orvelle::instruments

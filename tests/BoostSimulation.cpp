@@ -25,7 +25,7 @@ DeviceDescription surroundOutput(const std::string& uid) {
 
 }  // namespace
 
-BoostSimulation::BoostSimulation(std::uint64_t seed) : random_(seed) {
+BoostSimulation::BoostSimulation(std::uint64_t seed, Tally& tally) : random_(seed), tally_(tally) {
   for (const DeviceDescription& device :
        {stereoOutput("usb", kAudioDeviceTransportTypeUSB, 0.3F), perChannelOutput("channels"),
         stereoOutput("blue", kAudioDeviceTransportTypeBluetooth, 0.8F), headset("headset"),

@@ -21,13 +21,7 @@ namespace orvelle {
 /// invariants; what they find fails the test that lives it.
 class BoostSimulation {
  public:
-  explicit BoostSimulation(std::uint64_t seed);
-
-  void step();
-  /// The latest steps, and the calls of the last one.
-  [[nodiscard]] std::string story() const;
-
-  /// How much has happened.
+  /// How much has happened, in all lives that count here.
   struct Tally {
     int starts = 0;    ///< of the boost
     int returns = 0;   ///< of the system to its user
@@ -35,7 +29,13 @@ class BoostSimulation {
     int taps = 0;      ///< started
     int switches = 0;  ///< of the router
   };
-  [[nodiscard]] const Tally& tally() const { return tally_; }
+
+  /// The tally must live on.
+  BoostSimulation(std::uint64_t seed, Tally& tally);
+
+  void step();
+  /// The latest steps, and the calls of the last one.
+  [[nodiscard]] std::string story() const;
 
  private:
   /// Everybody plays in turn, one frame each, so that one cycle tells what is heard of whom.
@@ -124,7 +124,7 @@ class BoostSimulation {
   std::set<std::string> returnedLoud_;
   std::vector<std::string> story_;
   bool hasBeenStarted_ = false;
-  Tally tally_;
+  Tally& tally_;
 };
 
 }  // namespace orvelle

@@ -22,12 +22,15 @@ namespace orvelle {
 inline constexpr const char* kLoopback = "OrvelleAudioDevice_UID";
 inline constexpr float kPlayedLevel = 0.1F;
 
-/// A world that is looked at once more when its command lets go of it.
+/// A world that is looked at once more when its command lets go of it: nothing may be left.
 class ObservedHardware final : public SimulatedHardware {
  public:
   ObservedHardware(ManualQueue& queue, const std::function<void(SimulatedHardware&)>& atTheEnd)
       : SimulatedHardware(queue), atTheEnd_(atTheEnd) {}
-  ~ObservedHardware() override { atTheEnd_(*this); }
+  ~ObservedHardware() override {
+    EXPECT_EQ(aggregateCount() + ioProcCount() + tapCount(), 0U);
+    atTheEnd_(*this);
+  }
 
  private:
   const std::function<void(SimulatedHardware&)>& atTheEnd_;

@@ -15,7 +15,17 @@
 namespace orvelle {
 namespace {
 
-class CommandsTest : public CommandsRig {};
+class CommandsTest : public CommandsRig {
+ protected:
+  /// The best output, at the volume that it had, whatever has happened.
+  void expectInterfaceAtTheEnd() {
+    atTheEnd = [](SimulatedHardware& world) {
+      EXPECT_EQ(world.defaultOutputUID(), "Interface");
+      EXPECT_EQ(world.device("Interface").volumes.at(0).value, 0.25F);
+      EXPECT_EQ(world.listenerCount(), 0U);
+    };
+  }
+};
 
 // Would notice: an unknown word or another case that counts as an error, a changed usage text, and
 // help that needs an audio server.
@@ -205,22 +215,29 @@ TEST_F(CommandsTest, RateReadsAndSets) {
             "set 12345 Hz → failed; now 48000 Hz\n");
 }
 
-TEST_F(CommandsTest, RateWithoutAKnownDevicePrintsItsUsage) {
-  const std::string usage = "usage: orvelle rate <device-uid> [44100|48000]\n";
-  EXPECT_EQ(run({"rate"}), 2);
-  EXPECT_EQ(hardware, nullptr);
-  EXPECT_EQ(run({"rate", "Speaker", "44100"}), 2);
-  EXPECT_EQ(output(), usage + usage);
-}
-
-// Would notice: hardware touched, or a boost through a device that nobody named.
-TEST_F(CommandsTest, BoostWithoutInputPrintsItsUsage) {
-  const std::string usage =
+// Would notice: a command that works on a device or process that nobody named.
+TEST_F(CommandsTest, IncompleteWordsPrintTheUsageWithoutTouchingHardware) {
+  const std::string rate = "usage: orvelle rate <device-uid> [44100|48000]\n";
+  const std::string boost =
       "usage: orvelle boost --input <loopback-uid> [--output <uid>] [--gain <x>]\n";
-  EXPECT_EQ(run({"boost", "--output", "Speakers", "--gain", "2"}), 2);
-  EXPECT_EQ(run({"boost", "--input"}), 2);
-  EXPECT_EQ(output(), usage + usage);
+  const std::string appvol =
+      "usage: orvelle appvol --pid <pid> --vol <0..3>  (get pid from 'orvelle apps')\n";
+  for (const auto& [arguments, usage] :
+       std::vector<std::pair<std::vector<std::string>, std::string>>{
+           {{"rate"}, rate},
+           {{"boost", "--output", "Speakers", "--gain", "2"}, boost},
+           {{"boost", "--input"}, boost},
+           {{"appvol"}, appvol},
+           {{"appvol", "--pid"}, appvol},
+           {{"appvol", "--vol", "2", "--pid", "12x"}, appvol}}) {
+    console.lines.clear();
+    EXPECT_EQ(run(arguments), 2);
+    EXPECT_EQ(output(), usage);
+  }
   EXPECT_EQ(hardware, nullptr);
+  console.lines.clear();
+  EXPECT_EQ(run({"rate", "Speaker", "44100"}), 2);
+  EXPECT_EQ(output(), rate) << "for an unknown device, too";
 }
 
 // Would notice: another default output or gain, a gain that never reaches the engine, a missing
@@ -232,10 +249,7 @@ TEST_F(CommandsTest, BoostRunsOnTheDefaultOutputUntilCtrlC) {
     hardware->runCycle(480);
     heard = hardware->heardPeak("Speakers");
   });
-  atTheEnd = [](SimulatedHardware& world) {
-    EXPECT_EQ(world.defaultOutputUID(), "Interface");
-    EXPECT_EQ(world.aggregateCount() + world.ioProcCount() + world.listenerCount(), 0U);
-  };
+  expectInterfaceAtTheEnd();
   EXPECT_EQ(interruptedAfter(1.5, {"boost", "--input", kLoopback}), 0);
   EXPECT_EQ(output(),
             "Boost running at gain 1.5 (≈+3.5 dB).\n"
@@ -246,8 +260,10 @@ TEST_F(CommandsTest, BoostRunsOnTheDefaultOutputUntilCtrlC) {
   EXPECT_EQ(console.errors, "");
 }
 
-// Would notice: a text of the gain that does not follow it, or a wrong word that stops the boost.
-TEST_F(CommandsTest, BoostTakesAnyNumberAsGain) {
+// Would notice: a text of the gain that does not follow it, a wrong word that stops the boost,
+// --output that is not obeyed, and a volume that stays raised after the end.
+TEST_F(CommandsTest, BoostTakesAnyNumberAsGainAndTheOutputThatIsNamed) {
+  expectInterfaceAtTheEnd();
   for (const auto& [word, text] :
        std::vector<std::pair<const char*, const char*>>{{"3", "3.0 (≈+9.5 dB)"},
                                                         {"1", "1.0 (≈+0.0 dB)"},
@@ -258,79 +274,59 @@ TEST_F(CommandsTest, BoostTakesAnyNumberAsGain) {
                                                         {"abc", "1.5 (≈+3.5 dB)"},
                                                         {"--output", "1.5 (≈+3.5 dB)"}}) {
     console.lines.clear();
-    EXPECT_EQ(interruptedAfter(0.1, {"boost", "--input", kLoopback, "--gain", word}), 0);
+    queue.postAfter(0.1,
+                    [&] { EXPECT_EQ(hardware->device("Interface").volumes.at(0).value, 1.0F); });
+    EXPECT_EQ(interruptedAfter(
+                  0.2, {"boost", "--input", kLoopback, "--output", "Interface", "--gain", word}),
+              0);
+    EXPECT_EQ(console.lines.at(1),
+              "Loopback: OrvelleAudioDevice_UID\nOutput:   Interface\nCtrl-C to stop.");
     EXPECT_EQ(console.lines.front(), std::string("Boost running at gain ") + text + ".");
   }
 }
 
-// Would notice: --output that is not obeyed, and a volume that stays raised after the end.
-TEST_F(CommandsTest, BoostPlaysThroughTheOutputThatIsNamed) {
-  float volumeWhileRunning = 0.0F;
-  queue.postAfter(0.1,
-                  [&] { volumeWhileRunning = hardware->device("Interface").volumes.at(0).value; });
-  atTheEnd = [](SimulatedHardware& world) {
-    EXPECT_EQ(world.device("Interface").volumes.at(0).value, 0.25F);
+// Would notice: a Ctrl-C in the middle of the start that leaves the output at full volume or a
+// program silent, and work that goes on when a second one follows.
+TEST_F(CommandsTest, CtrlCDuringTheStartIsHeardWhenItIsDone) {
+  int presses = 1;
+  const auto prepareWorld = prepare;
+  prepare = [&](SimulatedHardware& world) {
+    prepareWorld(world);
+    world.afterChange = [&] {
+      for (; presses > 0; --presses) {
+        queue.happenAfter(0.01, [&] { EXPECT_TRUE(queue.raise(SIGINT)) << "the process ends"; });
+      }
+      queue.sleep(0.02);
+    };
   };
-  EXPECT_EQ(interruptedAfter(0.2, {"boost", "--input", kLoopback, "--output", "Interface"}), 0);
-  EXPECT_EQ(volumeWhileRunning, 1.0F);
-  EXPECT_EQ(console.lines.at(1),
-            "Loopback: OrvelleAudioDevice_UID\nOutput:   Interface\nCtrl-C to stop.");
-}
-
-// Would notice: work that goes on after the first Ctrl-C has ended the command.
-TEST_F(CommandsTest, SecondCtrlCChangesNothing) {
-  const int status = runUntil(0.5,
-                              [this] {
-                                queue.raise(SIGINT);
-                                queue.raise(SIGINT);
-                              },
-                              {"boost", "--input", kLoopback});
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(run({"appvol", "--pid", "0"}), 0);
+  EXPECT_EQ(console.lines.back(), "\nStopped.");
+  console.lines.clear();
+  presses = 2;
+  expectInterfaceAtTheEnd();
+  EXPECT_EQ(run({"boost", "--input", kLoopback, "--output", "Interface"}), 0);
   EXPECT_EQ(console.lines.size(), 3U);
   EXPECT_EQ(console.lines.back(), "\nStopped, default output restored.");
 }
 
-// Would notice: a Ctrl-C in the middle of the start that leaves the output at full volume.
-TEST_F(CommandsTest, CtrlCDuringTheStartIsHeardWhenItIsDone) {
-  queue.happenAfter(0.05, [this] { EXPECT_TRUE(queue.raise(SIGINT)); });
-  atTheEnd = [](SimulatedHardware& world) {
-    EXPECT_EQ(world.device("Interface").volumes.at(0).value, 0.25F);
-    EXPECT_EQ(world.defaultOutputUID(), "Interface");
-  };
-  EXPECT_EQ(run({"boost", "--input", kLoopback, "--output", "Interface"}), 0);
-  EXPECT_EQ(console.lines.back(), "\nStopped, default output restored.");
-}
-
 // Would notice: a failed start that leaves the sound on a loopback that nobody plays, an output
-// raised, or an aggregate behind; and steps back in an order that is loud.
+// raised, or an aggregate behind; steps back in an order that is loud; and a mistyped uid that is
+// not named.
 TEST_F(CommandsTest, FailedStartPutsTheSystemBack) {
+  atTheEnd = [](SimulatedHardware& world) { EXPECT_EQ(world.defaultOutputUID(), "Speakers"); };
+  EXPECT_EQ(run({"boost", "--input", "typo"}), 1);
+  expectInterfaceAtTheEnd();
+  EXPECT_EQ(run({"boost", "--input", kLoopback, "--output", "other typo"}), 1);
   const auto prepareWorld = prepare;
   prepare = [&](SimulatedHardware& world) {
     prepareWorld(world);
     world.inject({.kind = CallKind::startDevice, .status = 35});
   };
-  atTheEnd = [](SimulatedHardware& world) {
-    EXPECT_EQ(world.defaultOutputUID(), "Interface");
-    EXPECT_EQ(world.device("Interface").volumes.at(0).value, 0.25F);
-    EXPECT_EQ(world.aggregateCount() + world.ioProcCount() + world.listenerCount(), 0U);
-    EXPECT_EQ(world.logTexts().back(), "default output = Interface");
-  };
   EXPECT_EQ(run({"boost", "--input", kLoopback, "--output", "Interface"}), 1);
-  EXPECT_EQ(console.errors, "Boost failed: AudioDeviceStart failed (OSStatus 35)\n");
-  EXPECT_TRUE(console.lines.empty());
-}
-
-// Would notice: a mistyped uid that is not named, or that leaves anything changed for the worse.
-TEST_F(CommandsTest, UnknownDevicesFailTheStart) {
-  atTheEnd = [](SimulatedHardware& world) {
-    EXPECT_NE(world.defaultOutputUID(), kLoopback);
-    EXPECT_EQ(world.listenerCount(), 0U);
-  };
-  EXPECT_EQ(run({"boost", "--input", "typo"}), 1);
-  EXPECT_EQ(run({"boost", "--input", kLoopback, "--output", "other typo"}), 1);
   EXPECT_EQ(console.errors,
             "Boost failed: Audio device not found: typo\n"
-            "Boost failed: Audio device not found: other typo\n");
+            "Boost failed: Audio device not found: other typo\n"
+            "Boost failed: AudioDeviceStart failed (OSStatus 35)\n");
   EXPECT_TRUE(console.lines.empty());
 }
 

@@ -14,39 +14,13 @@
 #include "orvelle/BoostRender.h"
 #include "orvelle/EQPreset.h"
 #include "orvelle/Equalizer.h"
+#include "tests/RenderRig.h"
 
 namespace orvelle::test {
 namespace {
 
 constexpr double sampleRateHz = 48000.0;
-constexpr std::array<double, 10> centresHz = {32, 64, 125, 250, 500, 1000, 2000, 4000, 8000, 16000};
 using Curve = std::array<float, 10>;
-
-struct Biquad {
-  double b0, b1, b2, a1, a2;
-};
-
-/// Audio EQ Cookbook, peaking filter with Q = 1, in double precision.
-Biquad cookbook(double centreHz, double gainDb) {
-  const double amplitude = std::pow(10.0, gainDb / 40.0);
-  const double w0 = 2.0 * std::numbers::pi * centreHz / sampleRateHz;
-  const double alpha = std::sin(w0) / 2.0;
-  const double a0 = 1.0 + alpha / amplitude;
-  const double middle = -2.0 * std::cos(w0) / a0;
-  return {(1.0 + alpha * amplitude) / a0, middle, (1.0 - alpha * amplitude) / a0, middle,
-          (1.0 - alpha / amplitude) / a0};
-}
-
-double theoryDb(const Curve& gainsDb, double frequencyHz) {
-  const std::complex<double> z =
-      std::polar(1.0, -2.0 * std::numbers::pi * frequencyHz / sampleRateHz);
-  std::complex<double> response = 1.0;
-  for (std::size_t band = 0; band < centresHz.size(); ++band) {
-    const Biquad f = cookbook(centresHz[band], gainsDb[band]);
-    response *= (f.b0 + z * (f.b1 + z * f.b2)) / (1.0 + z * (f.a1 + z * f.a2));
-  }
-  return 20.0 * std::log10(std::abs(response));
-}
 
 /// Plays a sine until the filters have settled, then correlates one second of output with it.
 double measuredDb(const Curve& gainsDb, double frequencyHz) {

@@ -58,6 +58,18 @@ IOBlock copyingBlock(const std::shared_ptr<CallbackProbe>& probe) {
   };
 }
 
+struct Running {
+  Running(AudioHardware& hardware, const AggregateDescription& description) {
+    EXPECT_EQ(hardware.createAggregateDevice(description, aggregate), 0);
+    EXPECT_EQ(hardware.createIOProcID(aggregate, copyingBlock(probe), proc), 0);
+    EXPECT_EQ(hardware.startDevice(aggregate, proc), 0);
+  }
+
+  AudioObjectID aggregate = kAudioObjectUnknown;
+  AudioDeviceIOProcID proc = 0;
+  std::shared_ptr<CallbackProbe> probe = std::make_shared<CallbackProbe>();
+};
+
 }  // namespace
 
 void HardwareContract::SetUp() {
@@ -72,6 +84,17 @@ void HardwareContract::SetUp() {
 void HardwareContract::TearDown() {
   EXPECT_TRUE(eventually([&] { return rig->leftovers().empty(); }))
       << testing::PrintToString(rig->leftovers());
+}
+
+ListenerToken HardwareContract::listen(AudioObjectID object, const PropertyAddress& address,
+                                       int& changes) {
+  ListenerToken token = 0;
+  const auto count = [&changes, mainThread = std::this_thread::get_id()] {
+    ++changes;
+    EXPECT_EQ(std::this_thread::get_id(), mainThread);
+  };
+  EXPECT_EQ(hardware().addPropertyListener(object, address, count, token), 0);
+  return token;
 }
 
 AudioObjectID HardwareContract::listed(const std::string& uid) {
@@ -234,10 +257,7 @@ TEST_P(HardwareContract, DefaultOutputMovesSoundAndTellsListeners) {
   rig->plug("contract.other", "Other", kAudioDeviceTransportTypeUSB);
   const AudioObjectID other = listed("contract.other");
   int changes = 0;
-  ListenerToken token = 0;
-  ASSERT_EQ(hardware().addPropertyListener(
-                kAudioObjectSystemObject, kDefaultOutput, [&] { ++changes; }, token),
-            0);
+  const ListenerToken token = listen(kAudioObjectSystemObject, kDefaultOutput, changes);
   rig->play(0.25);
   ASSERT_TRUE(eventually([&] { return isNear(rig->heardPeak(kSpeakers), 0.25); }));
 
@@ -257,23 +277,12 @@ TEST_P(HardwareContract, DefaultOutputMovesSoundAndTellsListeners) {
 // Fault: plugging or unplugging goes unnoticed, or is told off the main thread.
 TEST_P(HardwareContract, DeviceListListenerHearsPlugAndUnplug) {
   int changes = 0;
-  bool onMainThread = true;
-  const auto mainThread = std::this_thread::get_id();
-  ListenerToken token = 0;
-  ASSERT_EQ(hardware().addPropertyListener(
-                kAudioObjectSystemObject, kDevices,
-                [&] {
-                  ++changes;
-                  onMainThread = onMainThread && std::this_thread::get_id() == mainThread;
-                },
-                token),
-            0);
+  const ListenerToken token = listen(kAudioObjectSystemObject, kDevices, changes);
   rig->plug("contract.usb", "USB", kAudioDeviceTransportTypeUSB);
   EXPECT_TRUE(eventually([&] { return changes > 0 && hal().device("contract.usb"); }));
   const int before = changes;
   rig->unplug("contract.usb");
   EXPECT_TRUE(eventually([&] { return changes > before && !hal().device("contract.usb"); }));
-  EXPECT_TRUE(onMainThread);
   EXPECT_EQ(hardware().removePropertyListener(token), 0);
 }
 
@@ -282,14 +291,8 @@ TEST_P(HardwareContract, EveryRegistrationIsCalledUntilItIsRemoved) {
   const AudioObjectID speakers = listed(kSpeakers);
   int first = 0;
   int second = 0;
-  ListenerToken firstToken = 0;
-  ListenerToken secondToken = 0;
-  ASSERT_EQ(hardware().addPropertyListener(
-                speakers, kVolume, [&] { ++first; }, firstToken),
-            0);
-  ASSERT_EQ(hardware().addPropertyListener(
-                speakers, kVolume, [&] { ++second; }, secondToken),
-            0);
+  const ListenerToken firstToken = listen(speakers, kVolume, first);
+  const ListenerToken secondToken = listen(speakers, kVolume, second);
   EXPECT_NE(firstToken, secondToken);
   hal().setOutputVolume(speakers, 0.4F);
   EXPECT_TRUE(eventually([&] { return first > 0 && second > 0; }));
@@ -310,10 +313,7 @@ TEST_P(HardwareContract, EveryRegistrationIsCalledUntilItIsRemoved) {
 TEST_P(HardwareContract, NothingArrivesAfterRemovalOfAListener) {
   const AudioObjectID speakers = listed(kSpeakers);
   int calls = 0;
-  ListenerToken token = 0;
-  ASSERT_EQ(hardware().addPropertyListener(
-                speakers, kVolume, [&] { ++calls; }, token),
-            0);
+  const ListenerToken token = listen(speakers, kVolume, calls);
   hal().setOutputVolume(speakers, 0.3F);
   std::this_thread::sleep_for(std::chrono::milliseconds(100));  // on its way, the queue not served
   const int before = calls;
@@ -411,14 +411,9 @@ TEST_P(HardwareContract, DestroyedCallbacksNeverRunAgain) {
 
 // Fault: destroying the aggregate under a running callback leaves that running or holds its block.
 TEST_P(HardwareContract, DestroyingAnAggregateEndsItsCallbacks) {
-  AudioObjectID aggregate = kAudioObjectUnknown;
-  ASSERT_EQ(
-      hardware().createAggregateDevice(aggregateOf({kSpeakers, rig->loopbackUID()}), aggregate), 0);
-  const auto probe = std::make_shared<CallbackProbe>();
-  AudioDeviceIOProcID proc = 0;
-  ASSERT_EQ(hardware().createIOProcID(aggregate, copyingBlock(probe), proc), 0);
-  ASSERT_EQ(hardware().startDevice(aggregate, proc), 0);
-  ASSERT_TRUE(eventually([&] { return probe->calls > 0; }));
+  const auto [aggregate, proc, probe] =
+      Running(hardware(), aggregateOf({kSpeakers, rig->loopbackUID()}));
+  ASSERT_TRUE(eventually([&, probe = probe] { return probe->calls > 0; }));
   ASSERT_EQ(hardware().destroyAggregateDevice(aggregate), 0);
   probe->isOver = true;
   settle();
@@ -431,15 +426,9 @@ TEST_P(HardwareContract, DestroyingAnAggregateEndsItsCallbacks) {
 TEST_P(HardwareContract, DeviceMayVanishUnderARunningCallback) {
   rig->plug("contract.usb", "USB", kAudioDeviceTransportTypeUSB);
   const AudioObjectID usb = listed("contract.usb");
-  AudioObjectID aggregate = kAudioObjectUnknown;
-  ASSERT_EQ(hardware().createAggregateDevice(aggregateOf({"contract.usb", rig->loopbackUID()}),
-                                             aggregate),
-            0);
-  const auto probe = std::make_shared<CallbackProbe>();
-  AudioDeviceIOProcID proc = 0;
-  ASSERT_EQ(hardware().createIOProcID(aggregate, copyingBlock(probe), proc), 0);
-  ASSERT_EQ(hardware().startDevice(aggregate, proc), 0);
-  ASSERT_TRUE(eventually([&] { return probe->calls > 0; }));
+  const auto [aggregate, proc, probe] =
+      Running(hardware(), aggregateOf({"contract.usb", rig->loopbackUID()}));
+  ASSERT_TRUE(eventually([&, probe = probe] { return probe->calls > 0; }));
 
   rig->unplug("contract.usb");
   ASSERT_TRUE(eventually([&] { return !hal().device("contract.usb"); }));

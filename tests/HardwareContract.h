@@ -80,6 +80,8 @@ class HardwareContract : public testing::TestWithParam<HardwareContractParam> {
   void settle() {
     rig->waitUntil([] { return false; }, 0.25);
   }
+  /// Counts news of a property from now on. Each must come on this thread, which is the main one.
+  ListenerToken listen(AudioObjectID object, const PropertyAddress& address, int& changes);
   /// The id of the device with this uid, once it is listed; 0 when it never is.
   AudioObjectID listed(const std::string& uid);
   static AggregateDescription aggregateOf(const std::vector<std::string>& uids);

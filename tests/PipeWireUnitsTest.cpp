@@ -19,64 +19,39 @@ namespace {
 
 // Transport
 
-struct TransportCase {
-  const char* name;
-  Properties node;
-  Properties card;
-  std::uint32_t transport;
-};
-
 // Would catch a headset taken for a loudspeaker (they rank differently as outputs), a screen taken
 // for the built-in output because both sit on the same bus, and hardware without a known bus taken
 // for a loopback.
 TEST(Transport, FollowsFromWhatNodeAndCardTell) {
-  const std::vector<TransportCase> cases = {
-      {"analogue output, bus told by its card",
-       {{"device.api", "alsa"}, {"device.profile.name", "analog-stereo"}},
-       {{"device.api", "alsa"}, {"device.bus", "pci"}},
-       kAudioDeviceTransportTypeBuiltIn},
-      {"system on a chip",
-       {{"device.api", "alsa"}},
-       {{"device.bus", "platform"}},
-       kAudioDeviceTransportTypeBuiltIn},
-      {"screen on the same bus",
-       {{"device.api", "alsa"}, {"device.profile.name", "hdmi-surround-extra1"}},
-       {{"device.bus", "pci"}},
-       kAudioDeviceTransportTypeHDMI},
-      {"USB, told by the card",
-       {{"device.api", "alsa"}},
-       {{"device.bus", "usb"}},
-       kAudioDeviceTransportTypeUSB},
-      {"USB, told by the node",
-       {{"device.api", "alsa"}, {"device.bus", "usb"}},
-       {},
-       kAudioDeviceTransportTypeUSB},
-      {"the node knows better than its card",
-       {{"device.api", "alsa"}, {"device.bus", "usb"}},
-       {{"device.bus", "pci"}},
-       kAudioDeviceTransportTypeUSB},
-      {"FireWire",
-       {{"device.api", "alsa"}},
-       {{"device.bus", "firewire"}},
-       kAudioDeviceTransportTypeFireWire},
-      {"Bluetooth by its interface",
-       {{"device.api", "bluez5"}},
-       {},
-       kAudioDeviceTransportTypeBluetooth},
-      {"Bluetooth by its bus",
-       {{"device.api", "alsa"}},
-       {{"device.bus", "bluetooth"}},
-       kAudioDeviceTransportTypeBluetooth},
-      {"hardware on an unheard-of bus",
-       {{"device.api", "alsa"}},
-       {{"device.bus", "quantum"}},
-       kAudioDeviceTransportTypeUnknown},
-      {"network", {{"node.network", "true"}}, {}, kAudioDeviceTransportTypeUnknown},
-      {"null sink", {{"node.name", "null"}}, {}, kAudioDeviceTransportTypeVirtual},
-      {"nothing known at all", {}, {}, kAudioDeviceTransportTypeVirtual},
+  const auto on = [](const char* bus) { return Properties{{"device.bus", bus}}; };
+  const auto alsa = [](Properties more = {}) {
+    more["device.api"] = "alsa";
+    return more;
   };
-  for (const TransportCase& item : cases) {
-    EXPECT_EQ(transportOf(item.node, item.card), item.transport) << item.name;
+  const auto screen = alsa({{"device.profile.name", "hdmi-surround-extra1"}});
+  const auto analogue = alsa({{"device.profile.name", "analog-stereo"}});
+  struct Case {
+    const char* name;
+    Properties node;
+    Properties card;
+    std::uint32_t transport;
+  };
+  for (const Case& each : std::vector<Case>{
+           {"told by its card", analogue, alsa(on("pci")), kAudioDeviceTransportTypeBuiltIn},
+           {"system on a chip", alsa(), on("platform"), kAudioDeviceTransportTypeBuiltIn},
+           {"screen on the same bus", screen, on("pci"), kAudioDeviceTransportTypeHDMI},
+           {"USB, told by the card", alsa(), on("usb"), kAudioDeviceTransportTypeUSB},
+           {"USB, told by the node", alsa(on("usb")), {}, kAudioDeviceTransportTypeUSB},
+           {"the node knows better", alsa(on("usb")), on("pci"), kAudioDeviceTransportTypeUSB},
+           {"FireWire", alsa(), on("firewire"), kAudioDeviceTransportTypeFireWire},
+           {"by interface", {{"device.api", "bluez5"}}, {}, kAudioDeviceTransportTypeBluetooth},
+           {"by its bus", alsa(), on("bluetooth"), kAudioDeviceTransportTypeBluetooth},
+           {"unheard-of bus", alsa(), on("quantum"), kAudioDeviceTransportTypeUnknown},
+           {"network", {{"node.network", "true"}}, {}, kAudioDeviceTransportTypeUnknown},
+           {"null sink", {{"node.name", "null"}}, {}, kAudioDeviceTransportTypeVirtual},
+           {"nothing known at all", {}, {}, kAudioDeviceTransportTypeVirtual},
+       }) {
+    EXPECT_EQ(transportOf(each.node, each.card), each.transport) << each.name;
   }
 }
 

@@ -95,16 +95,4 @@ TEST_F(ProcessAudioTest, NameComesFromTheFirstSourceThatHasOne) {
   EXPECT_TRUE(applications.askedPIDs.empty());
 }
 
-// Fault: an order of the locale or without regard to case, or equal names that change places.
-TEST_F(ProcessAudioTest, SortsByNameInByteOrder) {
-  const auto sorted = processAudio.sortedByName(
-      {{1, 1, "öre", true}, {2, 2, "alpha", true}, {3, 3, "Zeta", true}, {4, 4, "alpha", true}},
-      applications);
-  std::string order;
-  for (const auto& [name, process] : sorted) {
-    order += name + std::to_string(process.pid) + " ";
-  }
-  EXPECT_EQ(order, "Zeta3 alpha2 alpha4 öre1 ");
-}
-
 }  // namespace orvelle

@@ -20,23 +20,14 @@ namespace {
 thread_local bool armed = false;
 thread_local RealTimeSentinel::Violations seen;
 
-void noteAllocation() {
+template <int RealTimeSentinel::Violations::*kind>
+void note() {
   if (armed) {
-    ++seen.allocations;
+    ++(seen.*kind);
   }
 }
 
-void noteLock() {
-  if (armed) {
-    ++seen.locks;
-  }
-}
-
-void noteSystemCall() {
-  if (armed) {
-    ++seen.systemCalls;
-  }
-}
+constexpr auto noteAllocation = note<&RealTimeSentinel::Violations::allocations>;
 
 }  // namespace
 }  // namespace orvelle::test
@@ -98,127 +89,66 @@ void free(void* ptr) noexcept {
 namespace orvelle::test {
 namespace {
 
-/// The C library's function of that name. Some exist in two versions, of which a plain look-up may
-/// give the one for programs of the last century; `version` names the right one.
-template <typename Function>
-class NextFunction {
- public:
-  explicit constexpr NextFunction(const char* name, const char* version = nullptr)
-      : name_(name), version_(version) {}
-
-  template <typename... Arguments>
-  int operator()(Arguments... arguments) {
-    noteLock();
-    void* found = address_.load(std::memory_order_relaxed);
-    if (found == nullptr) {
-      found = lookUp();
-      address_.store(found, std::memory_order_relaxed);
-    }
-    return reinterpret_cast<Function*>(found)(arguments...);
+/// Some functions exist in two versions, of which a plain look-up may give the one for programs of
+/// the last century; `version` names the right one.
+void* nextFunction(const char* name, const char* version) {
+  void* found = version == nullptr ? nullptr : dlvsym(RTLD_NEXT, name, version);
+  if (found == nullptr) {
+    found = dlsym(RTLD_NEXT, name);
   }
-
- private:
-  void* lookUp() const {
-    void* found = version_ == nullptr ? nullptr : dlvsym(RTLD_NEXT, name_, version_);
-    if (found == nullptr) {
-      found = dlsym(RTLD_NEXT, name_);
-    }
-    return found != nullptr ? found : (std::abort(), nullptr);
-  }
-
-  const char* name_;
-  const char* version_;
-  std::atomic<void*> address_{nullptr};
-};
+  return found != nullptr ? found : (std::abort(), nullptr);
+}
 
 #if defined(__x86_64__)
 constexpr const char* conditionVersion = "GLIBC_2.3.2";
 #else
 constexpr const char* conditionVersion = nullptr;
 #endif
+constexpr const char* onlyVersion = nullptr;
 
-constinit NextFunction<int(pthread_mutex_t*)> mutexLock("pthread_mutex_lock");
-constinit NextFunction<int(pthread_mutex_t*)> mutexTryLock("pthread_mutex_trylock");
-constinit NextFunction<int(pthread_mutex_t*, const timespec*)> mutexTimedLock(
-    "pthread_mutex_timedlock");
-constinit NextFunction<int(pthread_rwlock_t*)> readLock("pthread_rwlock_rdlock");
-constinit NextFunction<int(pthread_rwlock_t*)> readTryLock("pthread_rwlock_tryrdlock");
-constinit NextFunction<int(pthread_rwlock_t*)> writeLock("pthread_rwlock_wrlock");
-constinit NextFunction<int(pthread_rwlock_t*)> writeTryLock("pthread_rwlock_trywrlock");
-constinit NextFunction<int(pthread_spinlock_t*)> spinLock("pthread_spin_lock");
-constinit NextFunction<int(pthread_cond_t*, pthread_mutex_t*)> conditionWait("pthread_cond_wait",
-                                                                             conditionVersion);
-constinit NextFunction<int(pthread_cond_t*, pthread_mutex_t*, const timespec*)> conditionTimedWait(
-    "pthread_cond_timedwait", conditionVersion);
-constinit NextFunction<int(pthread_cond_t*)> conditionSignal("pthread_cond_signal",
-                                                             conditionVersion);
-constinit NextFunction<int(pthread_cond_t*)> conditionBroadcast("pthread_cond_broadcast",
-                                                                conditionVersion);
-constinit NextFunction<int(sem_t*)> semaphoreWait("sem_wait");
-constinit NextFunction<int(sem_t*)> semaphorePost("sem_post");
+template <typename Function, typename... Arguments>
+int noteLock(std::atomic<void*>& address, const char* name, const char* version,
+             Arguments... arguments) {
+  note<&RealTimeSentinel::Violations::locks>();
+  void* found = address.load(std::memory_order_relaxed);
+  if (found == nullptr) {
+    found = nextFunction(name, version);
+    address.store(found, std::memory_order_relaxed);
+  }
+  return reinterpret_cast<Function*>(found)(arguments...);
+}
 
 }  // namespace
 }  // namespace orvelle::test
 
-extern "C" {
+// NOLINTBEGIN(cppcoreguidelines-macro-usage,bugprone-macro-parentheses): it makes functions.
+/// A function of that name in the C library's place; behind the version stand its arguments.
+#define WATCHED_LOCK(name, parameters, specifier, version, ...)                            \
+  extern "C" int name parameters specifier {                                               \
+    static constinit std::atomic<void*> address{nullptr};                                  \
+    return orvelle::test::noteLock<int parameters>(address, #name, orvelle::test::version, \
+                                                   __VA_ARGS__);                           \
+  }
+// NOLINTEND(cppcoreguidelines-macro-usage,bugprone-macro-parentheses)
 
-int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  return orvelle::test::mutexLock(mutex);
-}
-
-int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
-  return orvelle::test::mutexTryLock(mutex);
-}
-
-int pthread_mutex_timedlock(pthread_mutex_t* mutex, const timespec* abstime) noexcept {
-  return orvelle::test::mutexTimedLock(mutex, abstime);
-}
-
-int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept {
-  return orvelle::test::readLock(lock);
-}
-
-int pthread_rwlock_tryrdlock(pthread_rwlock_t* lock) noexcept {
-  return orvelle::test::readTryLock(lock);
-}
-
-int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept {
-  return orvelle::test::writeLock(lock);
-}
-
-int pthread_rwlock_trywrlock(pthread_rwlock_t* lock) noexcept {
-  return orvelle::test::writeTryLock(lock);
-}
-
-int pthread_spin_lock(pthread_spinlock_t* lock) noexcept {
-  return orvelle::test::spinLock(lock);
-}
-
-int pthread_cond_wait(pthread_cond_t* cond, pthread_mutex_t* mutex) {
-  return orvelle::test::conditionWait(cond, mutex);
-}
-
-int pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex, const timespec* abstime) {
-  return orvelle::test::conditionTimedWait(cond, mutex, abstime);
-}
-
-int pthread_cond_signal(pthread_cond_t* cond) noexcept {
-  return orvelle::test::conditionSignal(cond);
-}
-
-int pthread_cond_broadcast(pthread_cond_t* cond) noexcept {
-  return orvelle::test::conditionBroadcast(cond);
-}
-
-int sem_wait(sem_t* sem) {
-  return orvelle::test::semaphoreWait(sem);
-}
-
-int sem_post(sem_t* sem) noexcept {
-  return orvelle::test::semaphorePost(sem);
-}
-
-}  // extern "C"
+WATCHED_LOCK(pthread_mutex_lock, (pthread_mutex_t * mutex), noexcept, onlyVersion, mutex)
+WATCHED_LOCK(pthread_mutex_trylock, (pthread_mutex_t * mutex), noexcept, onlyVersion, mutex)
+WATCHED_LOCK(pthread_mutex_timedlock, (pthread_mutex_t * mutex, const timespec* abstime), noexcept,
+             onlyVersion, mutex, abstime)
+WATCHED_LOCK(pthread_rwlock_rdlock, (pthread_rwlock_t * lock), noexcept, onlyVersion, lock)
+WATCHED_LOCK(pthread_rwlock_tryrdlock, (pthread_rwlock_t * lock), noexcept, onlyVersion, lock)
+WATCHED_LOCK(pthread_rwlock_wrlock, (pthread_rwlock_t * lock), noexcept, onlyVersion, lock)
+WATCHED_LOCK(pthread_rwlock_trywrlock, (pthread_rwlock_t * lock), noexcept, onlyVersion, lock)
+WATCHED_LOCK(pthread_spin_lock, (pthread_spinlock_t * lock), noexcept, onlyVersion, lock)
+WATCHED_LOCK(pthread_cond_wait, (pthread_cond_t * cond, pthread_mutex_t* mutex), , conditionVersion,
+             cond, mutex)
+WATCHED_LOCK(pthread_cond_timedwait,
+             (pthread_cond_t * cond, pthread_mutex_t* mutex, const timespec* abstime), ,
+             conditionVersion, cond, mutex, abstime)
+WATCHED_LOCK(pthread_cond_signal, (pthread_cond_t * cond), noexcept, conditionVersion, cond)
+WATCHED_LOCK(pthread_cond_broadcast, (pthread_cond_t * cond), noexcept, conditionVersion, cond)
+WATCHED_LOCK(sem_wait, (sem_t * sem), , onlyVersion, sem)
+WATCHED_LOCK(sem_post, (sem_t * sem), noexcept, onlyVersion, sem)
 
 namespace orvelle::test {
 
@@ -226,7 +156,7 @@ RealTimeSentinel::Violations RealTimeSentinel::watch(const std::function<void()>
   Violations result;
   int error = 0;
   std::thread watched([&] {
-    error = trapSystemCalls(noteSystemCall);
+    error = trapSystemCalls(note<&Violations::systemCalls>);
     if (error != 0) {
       return;
     }

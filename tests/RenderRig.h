@@ -2,9 +2,11 @@
 // comparison.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <random>
+#include <span>
 #include <vector>
 
 #include "orvelle/BoostRender.h"
@@ -20,6 +22,12 @@ float uniform(Random& random, float low, float high);
 /// White noise between -amplitude and amplitude; the same seed gives the same.
 std::vector<float> noise(unsigned seed, std::size_t samples, float amplitude);
 
+/// Floats of every size; some of them are no numbers.
+std::vector<float> anyFloats(std::size_t count);
+
+/// Steps between neighbouring floats from one to the other.
+std::int64_t unitsBetween(float left, float right);
+
 /// Compares samples as bits, so that -0.0 differs from 0.0 and a NaN equals itself.
 bool sameBits(const std::vector<float>& left, const std::vector<float>& right);
 bool sameBits(float left, float right);
@@ -31,6 +39,19 @@ std::vector<float> play(TapRender& chain, const std::vector<float>& input,
                         std::uint32_t channels = 1);
 std::vector<float> play(ScalarModel& model, const std::vector<float>& input,
                         std::uint32_t channels = 1);
+
+inline constexpr std::array<double, 10> centresHz = {32,   64,   125,  250,  500,
+                                                     1000, 2000, 4000, 8000, 16000};
+
+struct Biquad {
+  double b0, b1, b2, a1, a2;
+};
+
+/// Audio EQ Cookbook: peaking filter with Q = 1 at 48 kHz.
+Biquad cookbook(double centreHz, double gainDb);
+
+/// What all ten bands together do to a frequency at 48 kHz, in dB.
+double theoryDb(std::span<const float, 10> gainsDb, double frequencyHz);
 
 struct Mode {
   const char* name;

@@ -16,10 +16,6 @@
 #include <cstddef>
 #include <cstdint>
 
-// ---- System calls: the kernel refuses every one on the watched thread and sends SIGSYS instead.
-// -- The handler counts the call and makes it after all, from the one place that the kernel lets
-// pass.
-
 extern "C" {
 long orvelleAdmittedSystemCall(long number, long a, long b, long c, long d, long e, long f);
 extern const char orvelleAfterAdmittedSystemCall;  // an address, not an object

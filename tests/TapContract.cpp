@@ -1,12 +1,11 @@
 // The part of the hardware contract that is about programs: who plays, and taps on single ones.
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <optional>
-#include <utility>
 #include <variant>
 
 #include "tests/HardwareContract.h"
+#include "tests/TapPlayer.h"
 
 namespace orvelle {
 
@@ -25,65 +24,6 @@ std::optional<Value> read(AudioHardware& hardware, AudioObjectID id, std::uint32
   return isRead && std::holds_alternative<Value>(value) ? std::optional(std::get<Value>(value))
                                                         : std::nullopt;
 }
-
-/// A tap on one process, played into an output at a volume. Every one of them asks for the same
-/// aggregate uid.
-class TapPlayer {
- public:
-  TapPlayer(AudioHardware& hardware, AudioObjectID process, const std::string& outputUID,
-            float volume)
-      : hardware_(hardware) {
-    TapDescription tap;
-    tap.processes = {process};
-    tap.uuid = "contract.tap." + std::to_string(process);
-    tap.muteBehavior = TapMuteBehavior::mutedWhenTapped;
-    EXPECT_EQ(hardware.createProcessTap(tap, tap_), 0);
-    AggregateDescription aggregate;
-    aggregate.name = "Contract Tap";
-    aggregate.uid = "contract.aggregate";
-    aggregate.subdevices = {{outputUID, false}};
-    aggregate.master = outputUID;
-    aggregate.taps = {{tap.uuid, true}};
-    EXPECT_EQ(hardware.createAggregateDevice(aggregate, aggregate_), 0);
-    const auto play = [this, volume](AudioBufferList input, AudioBufferList output) {
-      ++calls;
-      inputBuffers = input.size();
-      const auto* from = static_cast<const float*>(input[0].mData);
-      auto* to = static_cast<float*>(output[0].mData);
-      const std::uint32_t bytes = std::min(input[0].mDataByteSize, output[0].mDataByteSize);
-      std::transform(from, from + bytes / sizeof(float), to,
-                     [volume](float sample) { return volume * sample; });
-    };
-    EXPECT_EQ(hardware.createIOProcID(aggregate_, play, proc_), 0);
-  }
-  TapPlayer(const TapPlayer&) = delete;
-  TapPlayer& operator=(const TapPlayer&) = delete;
-  ~TapPlayer() {
-    EXPECT_EQ(hardware_.destroyIOProcID(aggregate_, proc_), 0);
-    EXPECT_EQ(hardware_.destroyAggregateDevice(aggregate_), 0);
-    if (tap_ != kAudioObjectUnknown) {
-      destroyTap();
-    }
-  }
-
-  void start() { EXPECT_EQ(hardware_.startDevice(aggregate_, proc_), 0); }
-  void stop() { EXPECT_EQ(hardware_.stopDevice(aggregate_, proc_), 0); }
-  void destroyTap() {
-    EXPECT_EQ(hardware_.destroyProcessTap(tap_), 0);
-    EXPECT_NE(hardware_.destroyProcessTap(std::exchange(tap_, kAudioObjectUnknown)), 0);
-  }
-
-  [[nodiscard]] AudioObjectID tap() const { return tap_; }
-
-  std::atomic<int> calls{0};
-  std::atomic<std::size_t> inputBuffers{0};
-
- private:
-  AudioHardware& hardware_;
-  AudioObjectID tap_ = kAudioObjectUnknown;
-  AudioObjectID aggregate_ = kAudioObjectUnknown;
-  AudioDeviceIOProcID proc_ = 0;
-};
 
 }  // namespace
 
@@ -127,10 +67,7 @@ void TapContract::plugOther() {
 // listed when they have ended, or whose coming and going nobody is told of.
 TEST_P(TapContract, ProcessesSayWhoTheyAre) {
   int changes = 0;
-  ListenerToken token = 0;
-  ASSERT_EQ(hardware().addPropertyListener(
-                kAudioObjectSystemObject, kProcesses, [&] { ++changes; }, token),
-            0);
+  const ListenerToken token = listen(kAudioObjectSystemObject, kProcesses, changes);
   const std::int32_t firstPID = rig->launchPlayer(kFirstLevel);
   const std::int32_t secondPID = rig->launchPlayer(kSecondLevel);
   const AudioObjectID first = playing(firstPID);

@@ -18,20 +18,10 @@ namespace {
 constexpr float infinity = std::numeric_limits<float>::infinity();
 constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
 
-/// Floats of every size, those that are no numbers among them.
 std::vector<float> randomFloats(std::size_t count) {
-  Random random(7);
-  std::vector<float> samples = {-0.0F, 1e-45F, infinity, -infinity, notANumber};
-  while (samples.size() < count) {
-    samples.push_back(std::bit_cast<float>(static_cast<std::uint32_t>(random())));
-  }
+  std::vector<float> samples = anyFloats(count);
+  samples.insert(samples.end(), {infinity, -infinity, notANumber});
   return samples;
-}
-
-/// Steps between neighbouring floats from one to the other, both of one sign.
-std::int64_t unitsBetween(float left, float right) {
-  return std::abs(std::int64_t{std::bit_cast<std::int32_t>(left)} -
-                  std::bit_cast<std::int32_t>(right));
 }
 
 // Catches a curve, clip or flush on the path that must not touch the sound, and samples that are no

@@ -5,12 +5,12 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <numbers>
 #include <ostream>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "instruments/Probe.h"
@@ -45,8 +45,8 @@ void PrintTo(const Course& course, std::ostream* stream) {
 
 class AppBeside : public testing::TestWithParam<Course> {};
 
-// Would catch a tap that plays into a raised output without the volume that the user knows, for
-// however short a moment.
+// Would catch a raised output that is heard without the volume that the user knows, for however
+// short a moment: of what is boosted, or of a tap.
 TEST_P(AppBeside, TheBoostIsNeverLouder) {
   AppSession session({.standIns = {usbOutput()}});
   session.panel().setVolume("hw_usb", systemVolume);
@@ -80,6 +80,7 @@ TEST_P(AppBeside, TheBoostIsNeverLouder) {
 INSTANTIATE_TEST_SUITE_P(
     Courses, AppBeside,
     testing::Values(
+        Course{"boost alone", {Step::boost, Step::endBoost}},
         Course{"tap within a boost", {Step::boost, Step::tap, Step::endTap, Step::endBoost}},
         Course{"boost within a tap", {Step::tap, Step::boost, Step::endBoost, Step::endTap}},
         Course{"tap outlives the boost", {Step::boost, Step::tap, Step::endBoost, Step::endTap}},
@@ -146,28 +147,6 @@ double fundamental(double amplitude, double volume) {
   return 2.0 * sum / steps;
 }
 
-/// Cores that a process keeps busy while `work` runs.
-class CpuMeter {
- public:
-  CpuMeter(std::string name, pid_t process)
-      : name_(std::move(name)),
-        process_(process),
-        beginNs_(monotonicNanoseconds()),
-        beginSeconds_(usageOf(process).cpuSeconds) {}
-
-  void report() const {
-    const double used = usageOf(process_).cpuSeconds - beginSeconds_;
-    const double elapsed = millisecondsBetween(beginNs_, monotonicNanoseconds()) * 1e-3;
-    instruments::report("CPU of the " + name_, 100.0 * used / elapsed, "% of a core");
-  }
-
- private:
-  std::string name_;
-  pid_t process_;
-  std::int64_t beginNs_;
-  double beginSeconds_;
-};
-
 // Would catch feedback, drop-outs, an application that is boosted and tapped at once, and a level
 // that drifts. ORVELLE_TEST_SECONDS makes it last longer.
 TEST(AppAndBoost, BoostAndTwoTapsTogether) {
@@ -186,11 +165,16 @@ TEST(AppAndBoost, BoostAndTwoTapsTogether) {
   std::this_thread::sleep_for(milliseconds(500));
   Recorder recorder("hw_usb", std::chrono::seconds(seconds + 5));
   recorder.forget();  // its first cycles, in which it was not linked yet
-  const std::vector<CpuMeter> meters = {
+  const std::map<std::string, pid_t> programs = {
       {"boost", boost->pid()}, {"quiet tap", quietTap->pid()}, {"loud tap", loudTap->pid()}};
+  std::map<std::string, double> cpuBefore;
+  for (const auto& [name, pid] : programs) {
+    cpuBefore[name] = usageOf(pid).cpuSeconds;
+  }
   ASSERT_TRUE(recorder.waitFor(std::chrono::seconds(seconds)));
-  for (const CpuMeter& meter : meters) {
-    meter.report();
+  for (const auto& [name, pid] : programs) {
+    report("CPU of the " + name, 100.0 * (usageOf(pid).cpuSeconds - cpuBefore[name]) / seconds,
+           "% of a core");
   }
 
   const Recording recording = recorder.take();

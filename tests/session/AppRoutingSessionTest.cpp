@@ -1,6 +1,5 @@
 // Where the streams of a tapped application go: to the tap and back, whatever happens meanwhile.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdint>
@@ -205,26 +204,6 @@ TEST(AppRouting, AKilledTapLeavesTheApplicationPlaying) {
   EXPECT_TRUE(comesTo(session, "hw_usb"));
 }
 
-// Would catch a tap that dies with its application, or that holds on to the next one.
-TEST(AppRouting, OutlivesItsApplication) {
-  AppSession session(threeOutputs());
-  Recorder normalPath("hw_usb");
-  const auto before = session.inventory();
-  auto player = session.startPlayer("pw-play", stereoSine(toneHz, 0.5F, 0.5F, 10 * 48000));
-  const auto tap = session.tap(player->pid(), "0.5", toSpeaker);
-  player->signal(SIGKILL);
-  ASSERT_TRUE(player->wait(patience).has_value());
-  ASSERT_FALSE(tap->wait(milliseconds(300)).has_value()) << tap->standardError();
-  {
-    const Probe probe(tone(), {.name = "player"});
-    EXPECT_TRUE(comesTo(session, "hw_usb"));
-    normalPath.forget();
-    EXPECT_NEAR(levelNow(normalPath, toneHz), fullLevel, levelToleranceDb);
-  }
-  AppSession::interruptTap(*tap);
-  EXPECT_TRUE(session.returnsTo(before));
-}
-
 // Would catch a tap that trips over a stream that has gone, or leaves one behind.
 TEST(AppRouting, StartsAndStopsWhileStreamsComeAndGo) {
   AppSession session(threeOutputs());
@@ -245,21 +224,6 @@ TEST(AppRouting, StartsAndStopsWhileStreamsComeAndGo) {
   }
   EXPECT_NEAR(levelNow(normalPath, toneHz), fullLevel, levelToleranceDb);
   EXPECT_TRUE(session.returnsTo(before));
-}
-
-// Would catch a tap of nothing, which would wait for ever.
-TEST(AppRouting, AnUnknownProcessIsRefused) {
-  AppSession session(threeOutputs());
-  const auto before = session.inventory();
-  const auto unknown = session.run({"appvol", "--pid", "1"});
-  EXPECT_EQ(unknown->wait(patience), 1);
-  EXPECT_EQ(unknown->standardError(), "No audio process with pid 1.\n");
-  const Probe probe(tone(), {.name = "player"});
-  const auto gone =
-      session.run({"appvol", "--pid", std::to_string(getpid()), "--output", "hw_gone"});
-  EXPECT_EQ(gone->wait(patience), 1);
-  EXPECT_EQ(gone->standardError(), "App-volume tap failed: Audio device not found: hw_gone\n");
-  EXPECT_TRUE(comesTo(session, "hw_usb"));
 }
 
 }  // namespace

@@ -40,41 +40,6 @@ TEST(BoostChanges, StartsQuicklyInAPlayingStream) {
   EXPECT_LT(gap, 200.0);
 }
 
-// Would catch a moment in which the raised output is heard without the loopback's volume before it,
-// at the start or at the stop.
-TEST(BoostChanges, IsNeverLouderThanItWas) {
-  BoostSession session(oneOutput);
-  session.panel().setVolume("hw_usb", 0.4F);
-  Recorder recorder("hw_usb");
-  const Probe probe(sineSignal(1000.0, 0.5F), {});
-  std::this_thread::sleep_for(milliseconds(500));
-  recorder.forget();
-  {
-    const auto boost = session.boost("1.0");
-    EXPECT_NEAR(session.panel().volume("hw_usb").cubic(), 1.0F, 1e-4F);
-    EXPECT_NEAR(session.panel().volume(loopbackName).cubic(), 0.4F, 1e-4F);
-    std::this_thread::sleep_for(milliseconds(2000));
-    BoostSession::interrupt(*boost);
-  }
-  std::this_thread::sleep_for(milliseconds(500));
-  EXPECT_NEAR(session.panel().volume("hw_usb").cubic(), 0.4F, 1e-4F);
-  const Recording recording = recorder.take();
-  // A millisecond is one period, so that each whole one has the same peak. Behind a gap the level
-  // may return, and no further.
-  const std::vector<float> peaks = peakPerMillisecond(recording.channel("FL"), recording.rate());
-  double largestRise = 0.0;
-  float loudest = 0.5F * 0.4F * 0.4F * 0.4F;
-  for (const float level : peaks) {
-    if (level > loudest) {
-      largestRise = std::max(largestRise, toDecibels(static_cast<double>(level / loudest)));
-      loudest = level;
-    }
-  }
-  report("largest rise from start to stop", largestRise, "dB");
-  EXPECT_LT(largestRise, 0.1);
-  EXPECT_NEAR(toDecibels(static_cast<double>(peaks.back() / loudest)), 0.0, 0.1);
-}
-
 // Would catch an output that is not followed, a default that stays there, and a moment in which the
 // new output is raised while applications play straight into it.
 TEST(BoostChanges, FollowsTheUserToAnotherOutput) {

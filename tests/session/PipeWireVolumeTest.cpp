@@ -67,20 +67,6 @@ TEST_F(RouteVolume, IsWrittenToTheRouteForTheTimeBeing) {
   EXPECT_EQ(session.panel().volume(output).linear, ofNode);
 }
 
-// Would catch a balance that is lost in the raise or on the way back, and a volume above 1.0 that
-// is cut.
-TEST_F(RouteVolume, KeepsBalanceAndAmplification) {
-  connect({1.728F, 0.432F});
-  EXPECT_FLOAT_EQ(scalar(), 1.2F);
-  for (const float wanted : {1.0F, 0.0F, 0.5F, 1.2F}) {
-    hal().setOutputVolume(outputID, wanted);
-    EXPECT_TRUE(session.eventually([&] { return std::abs(scalar() - wanted) < 1e-6F; })) << wanted;
-    const std::vector<float> volumes = card->volumes();
-    EXPECT_NEAR(volumes[0], std::pow(wanted, 3.0F), 1e-5F);
-    EXPECT_NEAR(volumes[1], volumes[0] / 4.0F, 1e-6F) << "at " << wanted;
-  }
-}
-
 // Would catch a mute that stops at the node: the card would go on sounding, or stay muted for ever.
 TEST_F(RouteVolume, MuteGoesToTheRoute) {
   connect({0.5F, 0.25F});
