@@ -77,8 +77,8 @@ int appvolCommand(const CommandLine& commandLine, const CommandHost& host) {
     return 1;
   }
   const float volume = parseFloat(commandLine.value("--vol").value_or("")).value_or(1.0F);
-  return runAppVolume({*hardware, host.queue, host.clock, host.console}, *pid, *process,
-                      outputUIDOf(commandLine, *hardware), volume);
+  return runAppVolume({*hardware, host.queue, host.clock, host.console, host.undoKeeper}, *pid,
+                      *process, outputUIDOf(commandLine, *hardware), volume);
 }
 
 int runAppVolume(const EngineHost& host, std::int32_t pid, AudioObjectID processObjectID,

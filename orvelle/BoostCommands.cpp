@@ -17,6 +17,16 @@ constexpr const char* kOwnLoopbackUID = "OrvelleAudioDevice_UID";
 /// The driver that many computers have already.
 constexpr const char* kOtherLoopbackUID = "BlackHole2ch_UID";
 
+/// Two would fight over the default output, and each take the other's state for the user's.
+bool isAnotherBoosting(const CommandHost& host) {
+  const auto process = host.undoKeeper.boostingProcess();
+  if (process) {
+    host.console.printError("Orvelle is boosting already (process " + std::to_string(*process) +
+                            "). Stop that one first.\n");
+  }
+  return process.has_value();
+}
+
 /// What `--gain` says, or `defaultGain` where it is no number.
 float gainOf(const CommandLine& commandLine, float defaultGain) {
   return parseFloat(commandLine.value("--gain").value_or("")).value_or(defaultGain);
@@ -63,7 +73,7 @@ int boostCommand(const CommandLine& commandLine, const CommandHost& host) {
     return 2;
   }
   const auto hardware = openHardware(host);
-  if (!hardware) {
+  if (!hardware || isAnotherBoosting(host)) {
     return 1;
   }
   std::optional<std::string> outputUID = commandLine.value("--output");
@@ -72,8 +82,8 @@ int boostCommand(const CommandLine& commandLine, const CommandHost& host) {
     outputUID = hal.describe(hal.defaultOutput()).uid;
   }
   constexpr float defaultGain = 1.5F;
-  return runBoost({*hardware, host.queue, host.clock, host.console}, *loopbackUID, *outputUID,
-                  gainOf(commandLine, defaultGain));
+  return runBoost({*hardware, host.queue, host.clock, host.console, host.undoKeeper}, *loopbackUID,
+                  *outputUID, gainOf(commandLine, defaultGain));
 }
 
 int runBoost(const EngineHost& host, const std::string& loopbackUID, const std::string& outputUID,
@@ -91,14 +101,14 @@ int runBoost(const EngineHost& host, const std::string& loopbackUID, const std::
 
 int autoCommand(const CommandLine& commandLine, const CommandHost& host) {
   const auto hardware = openHardware(host);
-  if (!hardware) {
+  if (!hardware || isAnotherBoosting(host)) {
     return 1;
   }
   const bool hasOwnLoopback = HAL(*hardware).device(kOwnLoopbackUID).has_value();
   const std::string loopbackUID =
       commandLine.value("--input").value_or(hasOwnLoopback ? kOwnLoopbackUID : kOtherLoopbackUID);
   constexpr float defaultGain = 3.0F;
-  return runAuto({*hardware, host.queue, host.clock, host.console}, loopbackUID,
+  return runAuto({*hardware, host.queue, host.clock, host.console, host.undoKeeper}, loopbackUID,
                  gainOf(commandLine, defaultGain));
 }
 

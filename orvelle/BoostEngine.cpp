@@ -17,6 +17,9 @@ constexpr double kFollowWaitSeconds = 0.01;
 constexpr int kDeviceStartAttempts = 11;
 constexpr double kDeviceStartWaitSeconds = 0.1;
 constexpr int kRestoreAttempts = 3;
+/// A session manager that has just begun takes some hundred milliseconds to give devices their
+/// stored volumes.
+constexpr double kStoredVolumeSeconds = 1.0;
 
 }  // namespace
 
@@ -40,8 +43,11 @@ void BoostEngine::start(const std::string& loopbackUID, const std::string& outpu
   }
   loopbackID_ = loopback->id;
   previousDefaultOutput_ = hal_.defaultOutput();
-  const OutputLevel previousLevel = levelOf(previousDefaultOutput_);
+  previousDefaultUID_ = hal_.string(previousDefaultOutput_, kAudioDevicePropertyDeviceUID);
+  const OutputLevel previousLevel = outputLevel(hal_, previousDefaultOutput_);
   hasTakenDefault_ = true;
+  owesDefault_ = true;
+  tellDebts();
   if (!putDefaultOn(loopback->id, kDefaultOutputWaitSeconds)) {
     throw EngineError::osStatus("SetDefaultOutput (loopback never took)", -1);
   }
@@ -85,9 +91,24 @@ void BoostEngine::restoreDefaultOutput() {
   }
   for (int attempt = 0; attempt < kRestoreAttempts; ++attempt) {
     if (hal_.setDefaultOutput(output) == kAudioHardwareNoError) {
+      owesDefault_ = false;
+      tellDebts();
       return;
     }
   }
+}
+
+/// What is to be put back if we cannot: told before it is run up, and when it has been paid.
+void BoostEngine::tellDebts() const {
+  UndoRecord debts;
+  if (owesDefault_) {
+    debts.defaultOutput = {previousDefaultUID_, loopbackUID_};
+  }
+  debts.raisedOutputs = owedLevels_;
+  if (boostedOutputID_ != kAudioObjectUnknown) {
+    debts.raisedOutputs[boostedOutputUID_] = boostedOutputPrevLevel_;
+  }
+  host_.undoKeeper.keep("boost", debts);
 }
 
 // Default output and its volume
@@ -109,36 +130,12 @@ void BoostEngine::handLevelToLoopback(AudioObjectID loopback, OutputLevel level,
     // The former default has no volume control. What bounds the loudness is then the control of
     // the output that is about to be raised.
     if (const auto output = hal_.device(outputUID)) {
-      level.volume = levelOf(output->id).volume;
+      level.volume = outputLevel(hal_, output->id).volume;
     }
   }
   // A loopback may remember a mute from an earlier life; nobody would find out why it is silent.
   level.mute = level.mute.value_or(false);
-  loopbackGovernsVolume_ = setLevel(loopback, level) && level.volume.has_value();
-}
-
-BoostEngine::OutputLevel BoostEngine::levelOf(AudioObjectID output) const {
-  return {hal_.outputVolume(output), hal_.outputMute(output)};
-}
-
-bool BoostEngine::hasLevel(AudioObjectID output, const OutputLevel& level) const {
-  return (!level.volume || hal_.hasOutputVolume(output, *level.volume)) &&
-         (!level.mute || hal_.outputMute(output).value_or(false) == *level.mute);
-}
-
-/// Whether the output has taken the level. The quieter of the two changes comes first.
-bool BoostEngine::setLevel(AudioObjectID output, const OutputLevel& level) const {
-  const bool mute = level.mute.value_or(false);
-  if (mute) {
-    hal_.setOutputMute(output, true);
-  }
-  if (level.volume) {
-    hal_.setOutputVolume(output, *level.volume);
-  }
-  if (level.mute && !mute) {
-    hal_.setOutputMute(output, false);
-  }
-  return hasLevel(output, level);
+  loopbackGovernsVolume_ = setOutputLevel(hal_, loopback, level) && level.volume.has_value();
 }
 
 void BoostEngine::reassertLoopbackDefault() {
@@ -180,7 +177,14 @@ void BoostEngine::defaultOutputChanged() {
   }
   const auto loopback = hal_.device(loopbackUID_);
   const AudioObjectID defaultOutput = hal_.defaultOutput();
-  if (!loopback || defaultOutput == loopback->id) {
+  if (!loopback) {
+    return;
+  }
+  if (defaultOutput == loopback->id) {
+    // After a time in which nobody kept the default output, so that we had to let go.
+    if (currentOutputUID_.empty()) {
+      resume();
+    }
     return;
   }
   const AudioDeviceInfo chosen = hal_.describe(defaultOutput);
@@ -233,6 +237,20 @@ void BoostEngine::resume() {
   if (!outputUID.empty() && hal_.device(loopbackUID_) && hal_.device(outputUID)) {
     teardownAggregate();
     rebuild(outputUID);
+    host_.queue.postAfter(kStoredVolumeSeconds, [this, life = std::weak_ptr<const bool>(life_)] {
+      if (!life.expired()) {
+        raiseAgain();
+      }
+    });
+  }
+}
+
+/// Whoever stores volumes may give a device that it has just found the former one back, and the
+/// boost would be too quiet from then on. A volume that somebody chooses is left alone.
+void BoostEngine::raiseAgain() {
+  if (isRunning_ && isOutputRaised_ &&
+      hal_.hasOutputVolume(boostedOutputID_, *boostedOutputPrevLevel_.volume)) {
+    hal_.setOutputVolume(boostedOutputID_, 1.0F);
   }
 }
 
@@ -253,18 +271,20 @@ void BoostEngine::rebuild(const std::string& outputUID) {
 void BoostEngine::raiseOutput(AudioObjectID output, const std::string& outputUID) {
   boostedOutputID_ = output;
   boostedOutputUID_ = outputUID;
-  boostedOutputPrevLevel_ = levelOf(output);
+  boostedOutputPrevLevel_ = outputLevel(hal_, output);
   if (const auto owed = owedLevels_.find(outputUID); owed != owedLevels_.end()) {
     // It vanished while it was raised, and may have come back just as loud.
     boostedOutputPrevLevel_ = owed->second;
     owedLevels_.erase(owed);
   }
+  tellDebts();
   const bool isMuted = boostedOutputPrevLevel_.mute.value_or(false);
   if (!loopbackGovernsVolume_ || (isMuted && !handMuteToLoopback(outputUID))) {
     return;
   }
   // A volume that cannot be read could not be put back either.
   if (boostedOutputPrevLevel_.volume) {
+    isOutputRaised_ = true;
     hal_.setOutputVolume(output, 1.0F);
   }
   if (isMuted) {
@@ -291,13 +311,15 @@ void BoostEngine::lowerOutput() {
   if (boostedOutputID_ == kAudioObjectUnknown) {
     return;
   }
+  isOutputRaised_ = false;
   const AudioObjectID output = std::exchange(boostedOutputID_, kAudioObjectUnknown);
   const OutputLevel level = std::exchange(boostedOutputPrevLevel_, {});
-  if (!setLevel(output, level)) {
+  if (!setOutputLevel(hal_, output, level)) {
     owedLevels_[boostedOutputUID_] = level;
     settleOwedLevels();
   }
   boostedOutputUID_.clear();
+  tellDebts();
 }
 
 void BoostEngine::settleOwedLevels() {
@@ -306,9 +328,10 @@ void BoostEngine::settleOwedLevels() {
   for (int attempt = 0; attempt < kRestoreAttempts && !owedLevels_.empty(); ++attempt) {
     std::erase_if(owedLevels_, [this](const auto& owed) {
       const auto output = hal_.device(owed.first);
-      return output && setLevel(output->id, owed.second);
+      return output && setOutputLevel(hal_, output->id, owed.second);
     });
   }
+  tellDebts();
 }
 
 // Aggregate and callback
@@ -325,7 +348,7 @@ void BoostEngine::buildAndStart(const std::string& outputUID) {
   }
   if (std::exchange(loopbackID_, loopback->id) != loopback->id) {
     // One that went and came back has a volume of its own. What the user knows is the output's.
-    handLevelToLoopback(loopback->id, levelOf(output->id), outputUID);
+    handLevelToLoopback(loopback->id, outputLevel(hal_, output->id), outputUID);
   }
   // The loopback's volume is the system's control: it is never raised, whoever asks to feed it.
   if (output->id != loopback->id) {

@@ -15,6 +15,7 @@
 #include "orvelle/EngineError.h"
 #include "orvelle/EngineHost.h"
 #include "orvelle/HAL.h"
+#include "orvelle/OutputLevel.h"
 #include "orvelle/OwnerGate.h"
 
 namespace orvelle {
@@ -64,16 +65,6 @@ class BoostEngine final : public BoostRender {
   std::function<void(const AudioDeviceInfo&)> onOutputChanged;
 
  private:
-  /// Volume and mute of an output, as far as it has them.
-  struct OutputLevel {
-    std::optional<float> volume;
-    std::optional<bool> mute;
-  };
-
-  [[nodiscard]] OutputLevel levelOf(AudioObjectID output) const;
-  [[nodiscard]] bool hasLevel(AudioObjectID output, const OutputLevel& level) const;
-  bool setLevel(AudioObjectID output, const OutputLevel& level) const;
-
   bool putDefaultOn(AudioObjectID loopback, double waitSeconds);
   void handLevelToLoopback(AudioObjectID loopback, OutputLevel level, const std::string& outputUID);
   [[nodiscard]] bool isDefaultOnLoopback() const;
@@ -84,12 +75,14 @@ class BoostEngine final : public BoostRender {
   void follow(const AudioDeviceInfo& output);
   void deviceListChanged();
   void resume();
+  void raiseAgain();
   void rebuild(const std::string& outputUID);
 
   void raiseOutput(AudioObjectID output, const std::string& outputUID);
   bool handMuteToLoopback(const std::string& outputUID);
   void lowerOutput();
   void settleOwedLevels();
+  void tellDebts() const;
 
   AudioObjectID makeAggregate(const std::string& loopbackUID, const std::string& outputUID);
   void startIOProc();
@@ -101,8 +94,11 @@ class BoostEngine final : public BoostRender {
   AudioObjectID aggregateID_ = kAudioObjectUnknown;
   AudioDeviceIOProcID procID_ = 0;
   AudioObjectID previousDefaultOutput_ = kAudioObjectUnknown;
+  std::string previousDefaultUID_;
   /// A start that failed before it changed anything leaves nothing to restore.
   bool hasTakenDefault_ = false;
+  /// Whether the default output is still to be put back.
+  bool owesDefault_ = false;
   std::string loopbackUID_;
   AudioObjectID loopbackID_ = kAudioObjectUnknown;
   std::string currentOutputUID_;
@@ -113,6 +109,7 @@ class BoostEngine final : public BoostRender {
   AudioObjectID boostedOutputID_ = kAudioObjectUnknown;
   std::string boostedOutputUID_;
   OutputLevel boostedOutputPrevLevel_;
+  bool isOutputRaised_ = false;  ///< or is about to be
   /// By uid: the levels of raised outputs that were gone when they should have been put back.
   std::map<std::string, OutputLevel> owedLevels_;
   /// uids of the outputs whose mute the loopback has taken over since the start.

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "orvelle/UndoKeeper.h"
 #include "orvelle/platform/ApplicationNames.h"
 #include "orvelle/platform/AudioHardware.h"
 #include "orvelle/platform/Clock.h"
@@ -21,6 +22,7 @@ struct CommandHost {
   /// Connects to the audio hardware. Null when there is none; `problem` is then one line that says
   /// what was tried and what to do. Called only by commands that cannot do without.
   std::function<std::unique_ptr<AudioHardware>(std::string& problem)> openHardware;
+  UndoKeeper& undoKeeper = UndoKeeper::none();
 };
 
 /// Connects to the audio hardware. Null when there is none, which standard error says then.

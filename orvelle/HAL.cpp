@@ -152,6 +152,14 @@ bool HAL::hasOutputVolume(AudioObjectID id, float volume) const {
          });
 }
 
+bool HAL::hasOutputVolumeOnAnyElement(AudioObjectID id, float volume) const {
+  return std::ranges::any_of(kVolumeElements, [&](std::uint32_t element) {
+    const auto current = readProperty<float>(
+        hardware_, id, outputAddress(kAudioDevicePropertyVolumeScalar, element));
+    return current && std::abs(*current - volume) <= kVolumeTolerance;
+  });
+}
+
 std::optional<bool> HAL::outputMute(AudioObjectID id) const {
   const PropertyAddress address =
       outputAddress(kAudioDevicePropertyMute, kAudioObjectPropertyElementMain);

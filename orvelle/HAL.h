@@ -65,6 +65,8 @@ class HAL {
   /// Whether `setOutputVolume` has taken: the device has a volume, and every settable one stands
   /// within half a percent.
   [[nodiscard]] bool hasOutputVolume(AudioObjectID id, float volume) const;
+  /// Whether one of them stands there, settable or not.
+  [[nodiscard]] bool hasOutputVolumeOnAnyElement(AudioObjectID id, float volume) const;
   /// Absent where the device has no mute switch.
   [[nodiscard]] std::optional<bool> outputMute(AudioObjectID id) const;
   void setOutputMute(AudioObjectID id, bool mute) const;

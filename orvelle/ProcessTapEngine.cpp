@@ -32,6 +32,10 @@ std::string randomUUID() {
   return text.data();
 }
 
+std::string undoOwner(const std::string& tapUUID) {
+  return "tap " + tapUUID;
+}
+
 std::string hexadecimalText(std::uint32_t value) {
   std::array<char, 9> text{};
   std::snprintf(text.data(), text.size(), "%" PRIx32, value);
@@ -91,6 +95,9 @@ void ProcessTapEngine::teardown() {
   if (tapID_ != kAudioObjectUnknown) {
     host_.hardware.destroyProcessTap(std::exchange(tapID_, kAudioObjectUnknown));
   }
+  if (!tapUUID_.empty()) {
+    host_.undoKeeper.keep(undoOwner(std::exchange(tapUUID_, {})), {});
+  }
 }
 
 void ProcessTapEngine::makeTap(AudioObjectID processObjectID) {
@@ -99,11 +106,14 @@ void ProcessTapEngine::makeTap(AudioObjectID processObjectID) {
   description.uuid = randomUUID();
   description.isPrivate = true;
   description.muteBehavior = TapMuteBehavior::mutedWhenTapped;
+  tapUUID_ = description.uuid;
+  UndoRecord debts;
+  debts.hasTaps = true;
+  host_.undoKeeper.keep(undoOwner(tapUUID_), debts);
   const OSStatus status = host_.hardware.createProcessTap(description, tapID_);
   if (status != kAudioHardwareNoError) {
     throw EngineError::osStatus("CreateProcessTap (recording permission?)", status);
   }
-  tapUUID_ = description.uuid;
 }
 
 void ProcessTapEngine::makeAggregate(const std::string& outputUID) {

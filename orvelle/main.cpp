@@ -20,10 +20,12 @@ int run(int argc, char** argv) {
   orvelle::SystemClock clock;
   orvelle::StandardConsole console;
   const auto applicationNames = orvelle::openApplicationNames();
-  const auto openHardware = [&queue](std::string& problem) {
-    return orvelle::openBackEnd(queue, problem);
+  const auto undoKeeper = orvelle::openUndoKeeper(console);
+  const auto openHardware = [&queue, &console](std::string& problem) {
+    return orvelle::openBackEnd(queue, console, problem);
   };
-  return orvelle::runCommand(commandLine, {queue, clock, console, *applicationNames, openHardware});
+  return orvelle::runCommand(commandLine,
+                             {queue, clock, console, *applicationNames, openHardware, *undoKeeper});
 }
 
 }  // namespace

@@ -173,6 +173,14 @@ TEST_F(BoostGuardTest, VanishedOutputIsTakenAgainWhenItReturns) {
   pump();
   EXPECT_EQ(engine.currentOutputUID(), kSpeakers);
   EXPECT_FLOAT_EQ(rig.heard(kSpeakers), boosted);
+  // Whoever stores volumes gives it the former one back, or somebody chooses another one.
+  for (const auto& [given, kept] : {std::pair(0.5F, 1.0F), std::pair(0.7F, 0.7F)}) {
+    hardware.plug(hardware.unplug(kSpeakers));
+    pump();
+    hardware.setVolume(kSpeakers, given);
+    rig.queue.advance(1.0);
+    EXPECT_EQ(rig.volume(kSpeakers), kept);
+  }
   engine.stop(true);
   EXPECT_EQ(rig.volume(kSpeakers), 0.5F);
   EXPECT_EQ(hardware.aggregateCount() + hardware.ioProcCount() + hardware.listenerCount(), 0U);

@@ -123,6 +123,10 @@ class AudioHardware {
   virtual OSStatus createProcessTap(const TapDescription& description, AudioObjectID& tap) = 0;
   virtual OSStatus destroyProcessTap(AudioObjectID tap) = 0;
   /// @}
+
+  /// Puts right what processes of this program that are gone have left in the audio system besides
+  /// the properties of devices. Touches nothing of those that live.
+  virtual void releaseAbandoned() {}
 };
 
 }  // namespace orvelle

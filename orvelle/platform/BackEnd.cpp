@@ -7,6 +7,8 @@
 
 #include "orvelle/platform/simulated/Demonstration.h"
 #ifdef ORVELLE_HAS_PIPEWIRE
+#include "orvelle/platform/linux/AbandonedDebts.h"
+#include "orvelle/platform/linux/GuardedUndoKeeper.h"
 #include "orvelle/platform/pipewire/PipeWireHardware.h"
 #endif
 
@@ -16,21 +18,36 @@ namespace {
 
 struct BackEnd {
   std::string_view name;
-  std::unique_ptr<AudioHardware> (*open)(MainQueue& queue, std::string& problem);
+  std::unique_ptr<AudioHardware> (*open)(MainQueue& queue, Console& console, std::string& problem);
+  std::unique_ptr<UndoKeeper> (*openUndoKeeper)(Console& console);
 };
 
 #ifdef ORVELLE_HAS_PIPEWIRE
-std::unique_ptr<AudioHardware> openPipeWire(MainQueue& queue, std::string& problem) {
+std::unique_ptr<AudioHardware> openPipeWire(MainQueue& queue, Console& console,
+                                            std::string& problem) {
+  payAbandonedDebts(UndoJournal(), console, [&queue, &problem] {
+    return PipeWireHardware::connect(queue, problem, VolumeStorage::written);
+  });
   std::unique_ptr<AudioHardware> hardware = PipeWireHardware::connect(queue, problem);
   if (!hardware) {
     problem += "; start a PipeWire session, or set ORVELLE_BACKEND=simulated for a demonstration.";
   }
   return hardware;
 }
+
+std::unique_ptr<UndoKeeper> keepGuarded(Console& console) {
+  return std::make_unique<GuardedUndoKeeper>(UndoJournal(), console);
+}
 #endif
 
-std::unique_ptr<AudioHardware> openSimulated(MainQueue& queue, std::string& /*problem*/) {
+std::unique_ptr<AudioHardware> openSimulated(MainQueue& queue, Console& /*console*/,
+                                             std::string& /*problem*/) {
   return std::make_unique<Demonstration>(queue);
+}
+
+/// What exists in memory only ends with the process.
+std::unique_ptr<UndoKeeper> keepNothing(Console& /*console*/) {
+  return std::make_unique<ForgetfulUndoKeeper>();
 }
 
 #ifdef __APPLE__
@@ -41,9 +58,9 @@ constexpr std::string_view kPlatformsOwn = "pipewire";
 
 constexpr std::array kBackEnds = {
 #ifdef ORVELLE_HAS_PIPEWIRE
-    BackEnd{"pipewire", openPipeWire},
+    BackEnd{"pipewire", openPipeWire, keepGuarded},
 #endif
-    BackEnd{"simulated", openSimulated},
+    BackEnd{"simulated", openSimulated, keepNothing},
 };
 
 std::string knownNames() {
@@ -54,21 +71,33 @@ std::string knownNames() {
   return names;
 }
 
+std::string_view wantedName() {
+  const char* const setting = std::getenv("ORVELLE_BACKEND");
+  return setting != nullptr && *setting != '\0' ? setting : kPlatformsOwn;
+}
+
+/// Null where this build has none of the wanted name.
+const BackEnd* wantedBackEnd() {
+  const auto* const found = std::ranges::find(kBackEnds, wantedName(), &BackEnd::name);
+  return found == kBackEnds.end() ? nullptr : found;
+}
+
 }  // namespace
 
-std::unique_ptr<AudioHardware> openBackEnd(MainQueue& queue, std::string& problem) {
-  const char* const setting = std::getenv("ORVELLE_BACKEND");
-  const bool isChosen = setting != nullptr && *setting != '\0';
-  const std::string_view wanted = isChosen ? setting : kPlatformsOwn;
-  const auto* const backEnd =
-      std::find_if(kBackEnds.begin(), kBackEnds.end(),
-                   [wanted](const BackEnd& candidate) { return candidate.name == wanted; });
-  if (backEnd == kBackEnds.end()) {
-    problem = "There is no audio back end \"" + std::string(wanted) +
+std::unique_ptr<AudioHardware> openBackEnd(MainQueue& queue, Console& console,
+                                           std::string& problem) {
+  const BackEnd* const backEnd = wantedBackEnd();
+  if (backEnd == nullptr) {
+    problem = "There is no audio back end \"" + std::string(wantedName()) +
               "\" in this build; set ORVELLE_BACKEND to one of: " + knownNames() + ".";
     return nullptr;
   }
-  return backEnd->open(queue, problem);
+  return backEnd->open(queue, console, problem);
+}
+
+std::unique_ptr<UndoKeeper> openUndoKeeper(Console& console) {
+  const BackEnd* const backEnd = wantedBackEnd();
+  return backEnd == nullptr ? keepNothing(console) : backEnd->openUndoKeeper(console);
 }
 
 }  // namespace orvelle

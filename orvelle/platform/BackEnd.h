@@ -4,7 +4,9 @@
 #include <memory>
 #include <string>
 
+#include "orvelle/UndoKeeper.h"
 #include "orvelle/platform/AudioHardware.h"
+#include "orvelle/platform/Console.h"
 #include "orvelle/platform/MainQueue.h"
 
 namespace orvelle {
@@ -13,6 +15,13 @@ namespace orvelle {
 /// simulated or coreaudio), without one to the platform's own. Null when that fails; `problem` is
 /// then one line that says what was tried and what to do. `queue` must outlive the result.
 /// Main thread.
-std::unique_ptr<AudioHardware> openBackEnd(MainQueue& queue, std::string& problem);
+///
+/// What a killed instance has left to put right is put right first; `console` hears of what cannot.
+std::unique_ptr<AudioHardware> openBackEnd(MainQueue& queue, Console& console,
+                                           std::string& problem);
+
+/// Who remembers the debts of this process with that back end; one that forgets where a killed
+/// process leaves nothing behind. `console` must outlive the result.
+std::unique_ptr<UndoKeeper> openUndoKeeper(Console& console);
 
 }  // namespace orvelle

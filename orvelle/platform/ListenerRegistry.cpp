@@ -16,6 +16,11 @@ bool ListenerRegistry::remove(ListenerToken token) {
   return registrations_->byToken.erase(token) != 0;
 }
 
+void ListenerRegistry::clear() {
+  const std::lock_guard lock(registrations_->mutex);
+  registrations_->byToken.clear();
+}
+
 void ListenerRegistry::notify(AudioObjectID object, const PropertyAddress& address) {
   const std::lock_guard lock(registrations_->mutex);
   for (auto& [token, registration] : registrations_->byToken) {

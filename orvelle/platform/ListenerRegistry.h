@@ -22,6 +22,8 @@ class ListenerRegistry {
                     PropertyListener listener);
   /// False for a token that is not registered.
   bool remove(ListenerToken token);
+  /// Ends all registrations.
+  void clear();
   void notify(AudioObjectID object, const PropertyAddress& address);
 
  private:

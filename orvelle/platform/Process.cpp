@@ -17,10 +17,13 @@ std::optional<std::uint64_t> processStartTime(std::int32_t pid) {
   constexpr int fieldsBetween = 19;
   std::ifstream status("/proc/" + std::to_string(pid) + "/stat");
   std::string line;
-  if (!std::getline(status, line) || line.rfind(')') == std::string::npos) {
+  if (!std::getline(status, line) || line.rfind(") ") == std::string::npos) {
     return std::nullopt;
   }
   std::size_t position = line.rfind(')') + 1;
+  if (const char state = line[position + 1]; state == 'Z' || state == 'X') {
+    return std::nullopt;  // dead, and only waited for
+  }
   for (int field = 0; field < fieldsBetween && position != std::string::npos; ++field) {
     position = line.find(' ', position + 1);
   }

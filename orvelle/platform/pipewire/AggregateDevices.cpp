@@ -111,27 +111,18 @@ OSStatus AggregateDevices::start(AudioObjectID aggregate, AudioDeviceIOProcID pr
   if (proc == nullptr) {
     return kAudioHardwareBadObjectError;
   }
-  if (proc->stream) {
+  if (proc->isStarted) {
     return kAudioHardwareNoError;
   }
   const AggregateDescription& description = aggregates_.at(aggregate).description;
-  const std::string input = inputOf(description);
-  if (session_.nodeNamed(description.master) == nullptr ||
-      (!input.empty() && session_.nodeNamed(input) == nullptr)) {
+  if (!areMembersThere(description)) {
     return kAudioHardwareBadDeviceError;
-  }
-  auto stream = std::make_unique<GraphStream>(
-      session_, GraphStreamSettings{description.uid, description.name, input, description.master},
-      proc->block);
-  if (!stream->isConnected()) {
-    return kAudioHardwareUnspecifiedError;
   }
   // The proc cannot go away meanwhile: its owner is the one who waits here. The stream is put in
   // place first, so that what the session announces finds it.
-  proc->stream = std::move(stream);
-  followLoudness();
-  session_.waitUntil([&] { return proc->stream->isLinked(); }, kLinkSeconds);
-  if (!proc->stream->isLinked()) {
+  proc->stream = makeStream(description, *proc);
+  const auto isLinked = [&] { return proc->stream != nullptr && proc->stream->isLinked(); };
+  if (!session_.waitUntil(isLinked, kLinkSeconds)) {
     const auto ended = std::move(proc->stream);
     return kAudioHardwareNotReadyError;
   }
@@ -143,12 +134,33 @@ OSStatus AggregateDevices::start(AudioObjectID aggregate, AudioDeviceIOProcID pr
   return kAudioHardwareNoError;
 }
 
+bool AggregateDevices::areMembersThere(const AggregateDescription& description) const {
+  const std::string input = inputOf(description);
+  return session_.nodeNamed(description.master) != nullptr &&
+         (input.empty() || session_.nodeNamed(input) != nullptr);
+}
+
+/// Null when the session refuses it.
+std::unique_ptr<GraphStream> AggregateDevices::makeStream(const AggregateDescription& description,
+                                                          const Proc& proc) {
+  auto stream =
+      std::make_unique<GraphStream>(session_,
+                                    GraphStreamSettings{description.uid, description.name,
+                                                        inputOf(description), description.master},
+                                    proc.block);
+  if (!stream->isConnected()) {
+    return nullptr;
+  }
+  followLoudness(description, *stream);
+  return stream;
+}
+
 OSStatus AggregateDevices::stop(AudioObjectID aggregate, AudioDeviceIOProcID procID) {
   Proc* proc = find(aggregate, procID);
   if (proc == nullptr) {
     return kAudioHardwareBadObjectError;
   }
-  if (!proc->stream) {
+  if (!proc->isStarted) {
     return kAudioHardwareNotRunningError;
   }
   end(aggregates_.at(aggregate).description, *proc);
@@ -176,7 +188,7 @@ bool AggregateDevices::isRunning(AudioObjectID aggregate) const {
   const auto found = aggregates_.find(aggregate);
   return found != aggregates_.end() &&
          std::ranges::any_of(found->second.procs,
-                             [](const auto& entry) { return entry.second.stream != nullptr; });
+                             [](const auto& entry) { return entry.second.isStarted; });
 }
 
 bool AggregateDevices::hasMember(std::string_view uid) const {
@@ -189,6 +201,9 @@ bool AggregateDevices::hasMember(std::string_view uid) const {
 void AggregateDevices::linkUp() {
   for (auto& [id, aggregate] : aggregates_) {
     for (auto& [procID, proc] : aggregate.procs) {
+      if (proc.isStarted && !proc.stream && areMembersThere(aggregate.description)) {
+        proc.stream = makeStream(aggregate.description, proc);
+      }
       if (proc.stream) {
         proc.stream->linkUp();
       }
@@ -197,11 +212,19 @@ void AggregateDevices::linkUp() {
   updateTaps();
 }
 
+void AggregateDevices::drop() {
+  for (auto& [id, aggregate] : aggregates_) {
+    for (auto& [procID, proc] : aggregate.procs) {
+      proc.stream.reset();
+    }
+  }
+}
+
 void AggregateDevices::updateTaps() {
   std::set<std::string> read;
   for (const auto& [id, aggregate] : aggregates_) {
     for (const auto& [procID, proc] : aggregate.procs) {
-      if (proc.isStarted && proc.stream->isLinked()) {
+      if (proc.isStarted && proc.stream && proc.stream->isLinked()) {
         for (const SubTap& tap : aggregate.description.taps) {
           read.insert(tap.uid);
         }
@@ -213,14 +236,20 @@ void AggregateDevices::updateTaps() {
 
 void AggregateDevices::followLoudness() {
   for (auto& [id, aggregate] : aggregates_) {
-    const auto factors = aggregate.description.taps.empty()
-                             ? std::nullopt
-                             : loudness_.factorsAt(aggregate.description.master);
     for (auto& [procID, proc] : aggregate.procs) {
-      if (proc.stream && factors) {
-        proc.stream->setOutputFactors(factors->left, factors->right);
+      if (proc.stream) {
+        followLoudness(aggregate.description, *proc.stream);
       }
     }
+  }
+}
+
+void AggregateDevices::followLoudness(const AggregateDescription& description,
+                                      GraphStream& stream) const {
+  const auto factors =
+      description.taps.empty() ? std::nullopt : loudness_.factorsAt(description.master);
+  if (factors) {
+    stream.setOutputFactors(factors->left, factors->right);
   }
 }
 

@@ -45,6 +45,8 @@ class AggregateDevices {
 
   /// To be called after every change of the session's objects.
   void linkUp();
+  /// The connection is gone: `linkUp` makes the streams anew on the next one.
+  void drop();
   /// To be called after every change of the session, before anybody hears of it.
   void followLoudness();
 
@@ -52,7 +54,7 @@ class AggregateDevices {
   struct Proc {
     IOBlock block;
     std::unique_ptr<GraphStream> stream;
-    bool isStarted = false;  ///< false while the stream is still or again without its sound
+    bool isStarted = false;  ///< between `start` and `stop`, with or without a stream
   };
   struct Aggregate {
     AggregateDescription description;
@@ -62,8 +64,12 @@ class AggregateDevices {
   [[nodiscard]] bool isAnotherInstanceRunning(const AggregateDescription& description) const;
   Proc* find(AudioObjectID aggregate, AudioDeviceIOProcID procID);
   [[nodiscard]] std::string inputOf(const AggregateDescription& description) const;
+  [[nodiscard]] std::unique_ptr<GraphStream> makeStream(const AggregateDescription& description,
+                                                        const Proc& proc);
   void end(const AggregateDescription& description, Proc& proc);
   void updateTaps();
+  void followLoudness(const AggregateDescription& description, GraphStream& stream) const;
+  [[nodiscard]] bool areMembersThere(const AggregateDescription& description) const;
 
   Session& session_;
   ProcessTaps& taps_;

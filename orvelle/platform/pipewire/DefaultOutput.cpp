@@ -15,6 +15,13 @@ constexpr const char* kMetadata = "default";
 constexpr const char* kEffectiveKey = "default.audio.sink";
 /// Only this one is written: the other is the session manager's, and would outlive a crash.
 constexpr const char* kConfiguredKey = "default.configured.audio.sink";
+/// What was configured before the loopback, for whoever has to put it back when we cannot. Absent:
+/// nothing.
+constexpr const char* kFormerKey = "app.orvelle.former.configured.audio.sink";
+/// What is configured for a moment only, on the way back to nothing.
+constexpr const char* kPassingKey = "app.orvelle.passing.configured.audio.sink";
+/// Written and read back: everything that was asked before has then been done.
+constexpr const char* kFenceKey = "app.orvelle.fence";
 constexpr const char* kJSONType = "Spa:String:JSON";
 
 /// Some ten times what it takes. A session without a manager never answers.
@@ -76,18 +83,67 @@ bool DefaultOutput::moveToLoopback(std::string_view loopback) {
   if (!formerlyConfigured_) {
     // The loopback's own name is what a crash left behind, not a wish of the user's.
     formerlyConfigured_ = former == loopback ? "" : former;
+    note(kFormerKey, *formerlyConfigured_);
   }
   return move(loopback);
 }
 
 bool DefaultOutput::moveTo(std::string_view output) {
   const bool wasUnconfigured = formerlyConfigured_.has_value() && formerlyConfigured_->empty();
+  const bool isPassing = wasUnconfigured && wouldStayOn(output);
   formerlyConfigured_.reset();
+  if (!isPassing) {
+    note(kFormerKey, "");
+    return move(output);
+  }
+  note(kPassingKey, output);
+  note(kFormerKey, "");
   const bool isTold = move(output);
-  if (isTold && wasUnconfigured && wouldStayOn(output)) {
+  if (isTold) {
     unconfigure(output);
   }
+  session_.setMetadata(kMetadata, 0, kPassingKey, nullptr, nullptr);
   return isTold;
+}
+
+/// Empty: no note.
+void DefaultOutput::note(const char* key, std::string_view name) {
+  if (!name.empty() || session_.metadataEntry(kMetadata, 0, key)) {
+    session_.setMetadata(kMetadata, 0, key, name.empty() ? nullptr : kJSONType,
+                         name.empty() ? nullptr : jsonFromName(name).c_str());
+  }
+}
+
+std::string DefaultOutput::noted(const char* key) const {
+  return nameFromJSON(session_.metadataValue(kMetadata, 0, key).value_or(""));
+}
+
+void DefaultOutput::awaitPending() {
+  note(kFenceKey, "passed");
+  session_.waitUntil([&] { return !noted(kFenceKey).empty(); }, kMoveSeconds);
+  session_.setMetadata(kMetadata, 0, kFenceKey, nullptr, nullptr);
+}
+
+void DefaultOutput::releaseAbandoned(std::string_view loopback) {
+  if (session_.isOwned(loopback)) {
+    return;
+  }
+  const std::string passing = noted(kPassingKey);
+  note(kPassingKey, "");
+  if (!passing.empty() && configured() == passing) {
+    unconfigure(passing);
+  }
+  if (configured() != loopback) {
+    return;
+  }
+  const std::string former = noted(kFormerKey);
+  if (former.empty()) {
+    session_.setMetadata(kMetadata, 0, kConfiguredKey, nullptr, nullptr);
+  } else {
+    configure(former);
+  }
+  note(kFormerKey, "");
+  session_.waitUntil([&] { return effective() != loopback; }, kMoveSeconds);
 }
 
 /// Session managers up to 0.4 stay with what was configured last. Later ones, which can be told by

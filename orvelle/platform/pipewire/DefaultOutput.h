@@ -24,8 +24,16 @@ class DefaultOutput {
   /// is configured afterwards, provided that the session stays on `output` without it.
   bool moveTo(std::string_view output);
 
+  /// Returns when the session manager has done what anybody has asked of it so far.
+  void awaitPending();
+  /// Where the loopback is configured and not there, because its process is gone, configures what
+  /// was configured before it. The same where that process was on its way back.
+  void releaseAbandoned(std::string_view loopback);
+
  private:
   [[nodiscard]] std::string configured() const;
+  void note(const char* key, std::string_view name);
+  [[nodiscard]] std::string noted(const char* key) const;
   bool configure(std::string_view name);
   [[nodiscard]] bool wouldStayOn(std::string_view output) const;
   void unconfigure(std::string_view output);

@@ -83,7 +83,7 @@ struct GraphStream::OwnLink {
 
 GraphStream::GraphStream(Session& session, GraphStreamSettings settings, IOBlock block)
     : session_(session), settings_(std::move(settings)), cycle_(std::move(block)) {
-  if (!connect()) {
+  if (!session_.isConnected() || !connect()) {
     return;
   }
   linkUp();
@@ -191,7 +191,7 @@ std::vector<GraphStream::PortPair> GraphStream::wantedLinks() const {
 }
 
 void GraphStream::linkUp() {
-  if (filter_ == nullptr) {
+  if (filter_ == nullptr || !session_.isConnected()) {
     return;
   }
   const std::vector<PortPair> wanted = wantedLinks();

@@ -3,6 +3,7 @@
 #include <pipewire/pipewire.h>
 
 #include <array>
+#include <utility>
 
 namespace orvelle::pipewire {
 
@@ -60,6 +61,9 @@ void LoopbackNode::create() {
       spa_dict_item{"session.suspend-timeout-seconds", "0"},
   };
   const spa_dict properties{0, kProperties.size(), kProperties.data()};
+  if (!session_.isConnected()) {
+    return;
+  }
   proxy_ = static_cast<pw_proxy*>(pw_core_create_object(
       session_.core(), "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &properties, 0));
 }
@@ -69,11 +73,14 @@ bool LoopbackNode::takeLoss() {
     return false;
   }
   reliedOn_.reset();
-  if (proxy_ != nullptr) {
-    pw_proxy_destroy(proxy_);
-    proxy_ = nullptr;
-  }
+  drop();
   return true;
+}
+
+void LoopbackNode::drop() {
+  if (proxy_ != nullptr) {
+    pw_proxy_destroy(std::exchange(proxy_, nullptr));
+  }
 }
 
 void LoopbackNode::destroy() {

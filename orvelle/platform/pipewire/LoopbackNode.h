@@ -33,6 +33,8 @@ class LoopbackNode {
   bool ensure();
   /// Ends our own node; does nothing to another instance's.
   void destroy();
+  /// The connection is gone, and our node with it.
+  void drop();
   /// Whether the node that `ensure` gave has gone since, and not by `destroy`. True once. Its
   /// volume is gone with it. To be asked after every change of the session's objects.
   bool takeLoss();

@@ -25,6 +25,8 @@ class NominalRate {
   OSStatus set(const Node& node, double rate);
 
   void linkUp();
+  /// The connection is gone, and what was asked for with it.
+  void drop() { requests_.clear(); }
 
  private:
   Session& session_;

@@ -56,6 +56,16 @@ void PipeWireHardware::Parts::sessionChanged(Change change) {
   }
 }
 
+/// Devices and processes go with the session, and are found again by uid and process id when it is
+/// back. The loopback is listed on, as another one.
+void PipeWireHardware::Parts::sessionLost() {
+  aggregates.drop();
+  taps.drop();
+  rates.drop();
+  volumes.forgetServer();
+  loopback.drop();
+}
+
 void PipeWireHardware::Parts::processesChanged() {
   if (processes.update()) {
     listeners.notify(kAudioObjectSystemObject, {kAudioHardwarePropertyProcessObjectList});
@@ -162,8 +172,8 @@ void PipeWireHardware::Parts::releaseLoopback() {
 
 PipeWireHardware::PipeWireHardware(std::unique_ptr<Parts> parts) : parts_(std::move(parts)) {}
 
-std::unique_ptr<PipeWireHardware> PipeWireHardware::connect(MainQueue& queue,
-                                                            std::string& problem) {
+std::unique_ptr<PipeWireHardware> PipeWireHardware::connect(MainQueue& queue, std::string& problem,
+                                                            VolumeStorage storage) {
   std::unique_ptr<Session> session = Session::open(problem);
   if (!session) {
     return nullptr;
@@ -171,7 +181,7 @@ std::unique_ptr<PipeWireHardware> PipeWireHardware::connect(MainQueue& queue,
   const Session& opened = *session;
   const Session::Lock lock(opened);
   return std::unique_ptr<PipeWireHardware>(
-      new PipeWireHardware(std::make_unique<Parts>(std::move(session), queue)));
+      new PipeWireHardware(std::make_unique<Parts>(std::move(session), queue, storage)));
 }
 
 PipeWireHardware::~PipeWireHardware() {
@@ -179,6 +189,7 @@ PipeWireHardware::~PipeWireHardware() {
   {
     const Session::Lock lock(*parts_->session);
     parts_->session->onChange = nullptr;
+    parts_->session->onLoss = nullptr;
     parts_->session->cancelJobs();
     session = std::move(parts_->session);
     parts_.reset();
@@ -297,6 +308,19 @@ OSStatus PipeWireHardware::createProcessTap(const TapDescription& description, A
 OSStatus PipeWireHardware::destroyProcessTap(AudioObjectID tap) {
   const Session::Lock lock(*parts_->session);
   return parts_->taps.destroy(tap);
+}
+
+void PipeWireHardware::awaitPending() {
+  const Session::Lock lock(*parts_->session);
+  parts_->session->roundTrip();
+  parts_->defaultOutput.awaitPending();
+}
+
+void PipeWireHardware::releaseAbandoned() {
+  const Session::Lock lock(*parts_->session);
+  parts_->taps.releaseAbandoned();
+  parts_->defaultOutput.releaseAbandoned(kLoopbackName);
+  parts_->session->roundTrip();
 }
 
 }  // namespace orvelle

@@ -1,6 +1,7 @@
 // The hardware interface on a PipeWire session.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -9,13 +10,20 @@
 
 namespace orvelle {
 
+/// What the session manager is to store when a volume is set, for the next login.
+enum class VolumeStorage : std::uint8_t {
+  kept,     ///< what it had stored: the change is temporary
+  written,  ///< the new volume: the change puts something right
+};
+
 /// Sinks and sources are devices: the uid is the node's name, the name its description. A loopback
 /// device is listed as if it were installed, and made when it is needed.
 class PipeWireHardware final : public AudioHardware {
  public:
   /// Null when no session answers; `problem` then says what was tried and what came of it. `queue`
   /// receives the listeners' calls and outlives the hardware.
-  static std::unique_ptr<PipeWireHardware> connect(MainQueue& queue, std::string& problem);
+  static std::unique_ptr<PipeWireHardware> connect(MainQueue& queue, std::string& problem,
+                                                   VolumeStorage storage = VolumeStorage::kept);
   ~PipeWireHardware() override;
 
   bool hasProperty(AudioObjectID object, const PropertyAddress& address) override;
@@ -43,6 +51,11 @@ class PipeWireHardware final : public AudioHardware {
 
   OSStatus createProcessTap(const TapDescription& description, AudioObjectID& tap) override;
   OSStatus destroyProcessTap(AudioObjectID tap) override;
+  void releaseAbandoned() override;
+
+  /// Returns when the session has done what any process has asked of it so far, also one that has
+  /// ended since. Any thread but the real-time one.
+  void awaitPending();
 
  private:
   struct Parts;

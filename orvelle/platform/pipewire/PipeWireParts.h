@@ -22,13 +22,13 @@ namespace orvelle {
 
 /// Everything behind the interface. Session lock held in every call.
 struct PipeWireHardware::Parts {
-  Parts(std::unique_ptr<pipewire::Session> opened, MainQueue& queue)
+  Parts(std::unique_ptr<pipewire::Session> opened, MainQueue& queue, VolumeStorage storage)
       : session(std::move(opened)),
         listeners(queue),
         loopback(*session),
         catalogue(*session, loopback, [this] { return ++lastID; }),
         defaultOutput(*session),
-        volumes(*session),
+        volumes(*session, storage == VolumeStorage::kept),
         rates(*session),
         processes(*session, [this] { return ++lastID; }),
         taps(*session, processes, [this] { return ++lastID; }),
@@ -37,6 +37,7 @@ struct PipeWireHardware::Parts {
     reportedDefault = defaultOutputID();
     reportedPlaying = processes.playing();
     session->onChange = [this](pipewire::Change change) { sessionChanged(change); };
+    session->onLoss = [this] { sessionLost(); };
   }
 
   std::unique_ptr<pipewire::Session> session;
@@ -57,6 +58,7 @@ struct PipeWireHardware::Parts {
   bool isLoopbackDefault = false;
 
   void sessionChanged(pipewire::Change change);
+  void sessionLost();
   void processesChanged();
   [[nodiscard]] AudioObjectID defaultOutputID() const;
 

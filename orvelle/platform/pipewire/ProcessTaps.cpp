@@ -22,6 +22,9 @@ constexpr const char* kMetadata = "default";
 constexpr const char* kTargetKey = "target.object";
 /// By this the session manager sends a stream to the output that it remembers for its application.
 constexpr const char* kRememberedKey = "target.node";
+/// Where a stream goes when it is given back, for whoever has to do that when we cannot. It lives
+/// as long as the stream. Absent: to the default output.
+constexpr const char* kFormerTargetKey = "app.orvelle.former.target.object";
 /// Names and not numbers: a target of another form would be stored for the application, and pull
 /// its next process onto the tap.
 constexpr const char* kNameType = "Spa:String";
@@ -30,10 +33,13 @@ bool isTap(const std::optional<MetadataEntry>& target) {
   return target && target->value.starts_with(kTapPrefix);
 }
 
-/// Where a stream is sent by others; one that a dead process's tap has left behind means nothing.
+/// Where a stream is sent. The target that a dead process's tap has left behind stands for the one
+/// that the stream had before.
 std::optional<MetadataEntry> targetOf(const Session& session, std::uint32_t stream) {
   auto target = session.metadataEntry(kMetadata, stream, kTargetKey);
-  return isTap(target) && session.nodeNamed(target->value) == nullptr ? std::nullopt : target;
+  return isTap(target) && session.nodeNamed(target->value) == nullptr
+             ? session.metadataEntry(kMetadata, stream, kFormerTargetKey)
+             : target;
 }
 
 pw_proxy* createSink(const Session& session, const std::string& name) {
@@ -64,12 +70,14 @@ struct ProcessTaps::Tap {
     std::optional<MetadataEntry> target{};
     /// The session has told that it is sent to a tap: every other target from now on is a wish.
     bool hasArrived = false;
-    int wishes = 0;  ///< how often it has been sent elsewhere meanwhile
+    bool isNoted = false;  ///< the session keeps `target`, too
+    int wishes = 0;        ///< how often it has been sent elsewhere meanwhile
   };
 
   TapDescription description;
   std::string name;
   pw_proxy* proxy = nullptr;
+  bool hasSink = false;  ///< when last looked at
   bool isRead = false;
   std::map<std::uint32_t, Taken> streams;  // by node id
 
@@ -77,7 +85,14 @@ struct ProcessTaps::Tap {
       : description(std::move(described)), name(std::move(nodeName)), proxy(node) {}
   Tap(const Tap&) = delete;
   Tap& operator=(const Tap&) = delete;
-  ~Tap() { pw_proxy_destroy(proxy); }
+  ~Tap() { drop(); }
+
+  void drop() {
+    if (proxy != nullptr) {
+      pw_proxy_destroy(std::exchange(proxy, nullptr));
+    }
+    streams.clear();
+  }
 
   [[nodiscard]] bool takesStreams() const {
     return isRead || description.muteBehavior == TapMuteBehavior::muted;
@@ -110,6 +125,9 @@ OSStatus ProcessTaps::create(const TapDescription& description, AudioObjectID& t
     if (processes_.process(process) == nullptr) {
       return kAudioHardwareBadObjectError;
     }
+  }
+  if (!session_.isConnected()) {
+    return kAudioHardwareNotReadyError;
   }
   const std::string name = std::string(kTapPrefix) + description.uuid;
   pw_proxy* proxy = createSink(session_, name);
@@ -172,9 +190,10 @@ void ProcessTaps::update() {
     return;
   }
   for (auto& [id, tap] : taps_) {
+    keepSink(*tap);
     std::erase_if(tap->streams,
                   [this](const auto& entry) { return session_.node(entry.first) == nullptr; });
-    if (!tap->takesStreams()) {
+    if (!tap->takesStreams() || !tap->hasSink) {
       giveBack(*tap);
       continue;
     }
@@ -183,6 +202,17 @@ void ProcessTaps::update() {
         take(*tap, *node);
       }
     }
+  }
+}
+
+/// Makes the sink anew after a loss of the connection, and when another program has removed it.
+void ProcessTaps::keepSink(Tap& tap) {
+  const bool isThere = session_.nodeNamed(tap.name) != nullptr;
+  if (std::exchange(tap.hasSink, isThere) && !isThere) {
+    tap.drop();
+  }
+  if (tap.proxy == nullptr && session_.isConnected()) {
+    tap.proxy = createSink(session_, tap.name);
   }
 }
 
@@ -203,33 +233,59 @@ void ProcessTaps::take(Tap& tap, const Node& stream) {
   taken.target = target;
   if (isNew || (isWish && ++taken.wishes <= kMostWishes)) {
     taken.hasArrived = false;
+    if (target || taken.isNoted) {
+      set(stream.id, kFormerTargetKey, target);
+      taken.isNoted = target.has_value();
+    }
     send(stream.id, MetadataEntry{kNameType, tap.name});
+  }
+}
+
+void ProcessTaps::drop() {
+  for (auto& [id, tap] : taps_) {
+    tap->drop();
   }
 }
 
 void ProcessTaps::giveBack(Tap& tap) {
   for (const auto& [stream, taken] : std::exchange(tap.streams, {})) {
     const auto target = session_.metadataEntry(kMetadata, stream, kTargetKey);
-    if (taken.hasArrived && (!target || target->value != tap.name)) {
-      continue;  // somebody has just sent it elsewhere
+    const bool isSentElsewhere = taken.hasArrived && (!target || target->value != tap.name);
+    if (!isSentElsewhere) {
+      send(stream, taken.target);
     }
-    send(stream, taken.target);
+    if (taken.isNoted) {
+      set(stream, kFormerTargetKey, std::nullopt);
+    }
+  }
+}
+
+void ProcessTaps::releaseAbandoned() {
+  for (const Node* stream : session_.nodes()) {
+    const auto target = session_.metadataEntry(kMetadata, stream->id, kTargetKey);
+    if (isTap(target) && !session_.isOwned(target->value)) {
+      send(stream->id, session_.metadataEntry(kMetadata, stream->id, kFormerTargetKey));
+      set(stream->id, kFormerTargetKey, std::nullopt);
+    }
   }
 }
 
 /// Absent: to where it would go by itself.
 void ProcessTaps::send(std::uint32_t stream, const std::optional<MetadataEntry>& target) {
-  const auto set = [&](const char* key, const std::optional<MetadataEntry>& entry) {
-    session_.setMetadata(kMetadata, stream, key, entry ? entry->type.c_str() : nullptr,
-                         entry ? entry->value.c_str() : nullptr);
-  };
-  set(kTargetKey, target);
+  set(stream, kTargetKey, target);
   if (const auto remembered = session_.metadataEntry(kMetadata, stream, kRememberedKey)) {
     // The session manager has just forgotten it for the application's next streams. Only a change
     // makes it take note.
-    set(kRememberedKey, std::nullopt);
-    set(kRememberedKey, remembered);
+    set(stream, kRememberedKey, std::nullopt);
+    set(stream, kRememberedKey, remembered);
   }
+}
+
+/// Absent: removes the entry.
+void ProcessTaps::set(std::uint32_t stream, const char* key,
+                      const std::optional<MetadataEntry>& entry) {
+  session_.setMetadata(kMetadata, stream, key, entry ? entry->type.c_str() : nullptr,
+                       entry ? entry->value.c_str() : nullptr);
 }
 
 void ProcessTaps::waitForStreams(std::string_view uuid) {

@@ -47,6 +47,11 @@ class ProcessTaps {
   /// Sends streams to and from the taps as it should be. To be called after every change of the
   /// session's objects and metadata.
   void update();
+  /// The connection is gone: `update` makes the taps anew on the next one.
+  void drop();
+  /// Gives the streams back that a process took with it into its end: those that are sent to a tap
+  /// that is not there.
+  void releaseAbandoned();
   /// Lets streams arrive that are on their way to the tap or from it; not for long.
   void waitForStreams(std::string_view uuid);
 
@@ -56,7 +61,9 @@ class ProcessTaps {
   [[nodiscard]] const Tap* find(std::string_view uuid) const;
   void take(Tap& tap, const Node& stream);
   void giveBack(Tap& tap);
+  void keepSink(Tap& tap);
   void send(std::uint32_t stream, const std::optional<MetadataEntry>& target);
+  void set(std::uint32_t stream, const char* key, const std::optional<MetadataEntry>& entry);
   [[nodiscard]] bool areStreamsIn(const Tap& tap, bool wanted) const;
 
   Session& session_;

@@ -16,6 +16,9 @@ namespace orvelle::pipewire {
 namespace {
 
 constexpr double kRoundTripSeconds = 2.0;
+/// How long waiting calls may take to notice a loss.
+constexpr double kLossStepSeconds = 0.001;
+constexpr double kReconnectSeconds = 0.05;
 /// Objects are announced, then bound, then asked for their parameters: an answer each.
 constexpr int kRoundTripsToComplete = 3;
 
@@ -84,13 +87,37 @@ Session::Session() : events_(std::make_unique<Events>(*this)) {
 
 std::unique_ptr<Session> Session::open(std::string& problem) {
   std::unique_ptr<Session> session(new Session);
-  if (!session->connect(problem)) {
+  if (!session->open()) {
+    problem = "no PipeWire session answers at " + remotePath() + " (" +
+              std::generic_category().message(errno) + ")";
     return nullptr;
   }
-  return session;
+  const Lock lock(*session);
+  for (int i = 0; i < kRoundTripsToComplete; ++i) {
+    session->roundTrip();
+  }
+  if (!session->isConnected_) {
+    problem = "the PipeWire session at " + remotePath() + " closed the connection";
+  }
+  return session->isConnected_ ? std::move(session) : nullptr;
 }
 
-bool Session::connect(std::string& problem) {
+bool Session::open() {
+  loop_ = pw_thread_loop_new("orvelle-pipewire", nullptr);
+  pw_properties* settings = needsRealTimeConfiguration()
+                                ? pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr)
+                                : nullptr;
+  if (loop_ != nullptr) {
+    context_ = pw_context_new(pw_thread_loop_get_loop(loop_), settings, 0);
+  }
+  if (context_ == nullptr || !connect()) {
+    return false;
+  }
+  pw_thread_loop_start(loop_);
+  return true;
+}
+
+bool Session::connect() {
   static const pw_core_events kCoreEvents = [] {
     pw_core_events events{};
     events.version = PW_VERSION_CORE_EVENTS;
@@ -107,36 +134,58 @@ bool Session::connect(std::string& problem) {
     return events;
   }();
 
-  loop_ = pw_thread_loop_new("orvelle-pipewire", nullptr);
-  pw_properties* settings = needsRealTimeConfiguration()
-                                ? pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr)
-                                : nullptr;
-  if (loop_ != nullptr) {
-    context_ = pw_context_new(pw_thread_loop_get_loop(loop_), settings, 0);
-  }
-  if (context_ != nullptr) {
-    core_ = pw_context_connect(context_, pw_properties_new(PW_KEY_APP_NAME, "Orvelle", nullptr), 0);
-  }
+  core_ = pw_context_connect(context_, pw_properties_new(PW_KEY_APP_NAME, "Orvelle", nullptr), 0);
   if (core_ == nullptr) {
-    problem = "no PipeWire session answers at " + remotePath() + " (" +
-              std::generic_category().message(errno) + ")";
     return false;
   }
   isConnected_ = true;
+  lastDone_ = 0;
   pw_core_add_listener(core_, &events_->coreHook, &kCoreEvents, events_.get());
   events_->registry = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
   pw_registry_add_listener(events_->registry, &events_->registryHook, &kRegistryEvents,
                            events_.get());
-  pw_thread_loop_start(loop_);
+  return true;
+}
 
-  const Lock lock(*this);
-  for (int i = 0; i < kRoundTripsToComplete; ++i) {
-    roundTrip();
+void Session::disconnect() {
+  if (core_ == nullptr) {
+    return;
   }
-  if (!isConnected_) {
-    problem = "the PipeWire session at " + remotePath() + " closed the connection";
+  spa_hook_remove(&events_->registryHook);
+  pw_proxy_destroy(reinterpret_cast<pw_proxy*>(std::exchange(events_->registry, nullptr)));
+  spa_hook_remove(&events_->coreHook);
+  pw_core_disconnect(std::exchange(core_, nullptr));
+}
+
+void Session::clearMirror() {
+  nodeOrder_.clear();
+  nodes_.clear();
+  cards_.clear();
+  clients_.clear();
+  metadata_.clear();
+  ports_.clear();
+  links_.clear();
+}
+
+/// Not within the event that brings the news: that is a call of what has to go.
+void Session::takeLoss() {
+  if (waiting_ != 0) {
+    after(kLossStepSeconds, [this] { takeLoss(); });
+    return;
   }
-  return isConnected_;
+  clearMirror();
+  if (onLoss) {
+    onLoss();
+  }
+  disconnect();
+  announce(Change::objects);
+  reconnect();
+}
+
+void Session::reconnect() {
+  if (!connect()) {
+    after(kReconnectSeconds, [this] { reconnect(); });
+  }
 }
 
 Session::~Session() {
@@ -144,18 +193,8 @@ Session::~Session() {
     pw_thread_loop_stop(loop_);
   }
   timers_.clear();
-  nodes_.clear();
-  cards_.clear();
-  clients_.clear();
-  metadata_.clear();
-  if (events_->registry != nullptr) {
-    spa_hook_remove(&events_->registryHook);
-    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(events_->registry));
-  }
-  if (core_ != nullptr) {
-    spa_hook_remove(&events_->coreHook);
-    pw_core_disconnect(core_);
-  }
+  clearMirror();
+  disconnect();
   if (context_ != nullptr) {
     pw_context_destroy(context_);
   }
@@ -187,7 +226,13 @@ bool Session::waitUntil(const std::function<bool()>& condition, double seconds) 
   timespec deadline{};
   pw_thread_loop_get_time(loop_, &deadline, static_cast<std::int64_t>(seconds * 1e9));
   while (!condition()) {
-    if (!isConnected_ || pw_thread_loop_timed_wait_full(loop_, &deadline) != 0) {
+    if (!isConnected_) {
+      return false;
+    }
+    ++waiting_;
+    const bool isLate = pw_thread_loop_timed_wait_full(loop_, &deadline) != 0;
+    --waiting_;
+    if (isLate) {
       return condition();
     }
   }
@@ -214,6 +259,9 @@ void Session::cancelJobs() {
 }
 
 void Session::roundTrip() {
+  if (!isConnected_) {
+    return;
+  }
   const int seq = pw_core_sync(core_, PW_ID_CORE, 0);
   waitUntil([&] { return lastDone_ == seq; }, kRoundTripSeconds);
 }

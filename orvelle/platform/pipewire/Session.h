@@ -52,6 +52,9 @@ class Session {
   [[nodiscard]] const Node* nodeNamed(std::string_view name) const;
   /// The connection that made the node.
   [[nodiscard]] const Client* clientOf(const Node& node) const;
+  /// Whether there is a node of that name, and the process that made it lives: the nodes of one
+  /// that has just died are listed on for a moment.
+  [[nodiscard]] bool isOwned(std::string_view nodeName) const;
   [[nodiscard]] bool hasClient(std::uint32_t id) const { return clients_.contains(id); }
   [[nodiscard]] const Card* cardOf(const Node& node) const;
   /// The hardware path of a node, where its card controls the volume.
@@ -107,7 +110,13 @@ class Session {
 
   /// Called on the loop thread with the lock held, after each change of the mirror.
   std::function<void(Change)> onChange;
+  /// The server is gone, and the mirror is empty: whatever was made on the connection has to be
+  /// dropped before this returns. The session goes on by itself when a server answers again. Called
+  /// on the loop thread with the lock held, and never while another call waits.
+  std::function<void()> onLoss;
 
+  [[nodiscard]] bool isConnected() const { return isConnected_; }
+  /// Null while no server answers.
   [[nodiscard]] pw_core* core() const { return core_; }
   /// Of the server, such as "1.4.2". A client's library may be of another one.
   [[nodiscard]] const std::string& serverVersion() const { return serverVersion_; }
@@ -125,13 +134,19 @@ class Session {
   struct Timer;
 
   Session();
-  bool connect(std::string& problem);
+  bool open();
+  bool connect();
+  void disconnect();
+  void clearMirror();
+  void takeLoss();
+  void reconnect();
 
   pw_thread_loop* loop_ = nullptr;
   pw_context* context_ = nullptr;
   pw_core* core_ = nullptr;
   std::unique_ptr<Events> events_;
   bool isConnected_ = false;
+  int waiting_ = 0;  ///< calls that are waiting, with the lock let go
   std::string serverVersion_;
   int lastDone_ = 0;
 

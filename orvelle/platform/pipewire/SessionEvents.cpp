@@ -12,6 +12,9 @@ namespace {
 /// This program's streams, this instance's and others'.
 constexpr std::string_view kOwnNodesPrefix = "app.orvelle.";
 
+/// At once, but after the event that tells of the loss.
+constexpr double kLossSeconds = 1e-6;
+
 Properties propertiesOf(const spa_dict* dict) {
   Properties properties;
   const spa_dict_item* item = nullptr;
@@ -53,6 +56,7 @@ void Session::Events::coreError(void* data, std::uint32_t id, int /*seq*/, int r
     auto& session = static_cast<Events*>(data)->session;
     session.isConnected_ = false;
     session.wake();
+    session.after(kLossSeconds, [&session] { session.takeLoss(); });
   }
 }
 

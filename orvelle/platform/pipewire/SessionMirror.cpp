@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "orvelle/platform/Process.h"
 #include "orvelle/platform/pipewire/Pods.h"
 #include "orvelle/platform/pipewire/Session.h"
 #include "orvelle/platform/pipewire/SessionEvents.h"
@@ -35,6 +36,16 @@ const Node* Session::nodeNamed(std::string_view name) const {
 const Client* Session::clientOf(const Node& node) const {
   const auto found = clients_.find(numberOf(node.properties, "client.id"));
   return found == clients_.end() ? nullptr : &found->second->client;
+}
+
+bool Session::isOwned(std::string_view nodeName) const {
+  const Node* node = nodeNamed(nodeName);
+  const Client* client = node == nullptr ? nullptr : clientOf(*node);
+  if (client == nullptr) {
+    return false;
+  }
+  const auto pid = static_cast<std::int32_t>(numberOf(client->properties, "pipewire.sec.pid"));
+  return processStartTime(pid).has_value();
 }
 
 const Card* Session::cardOf(const Node& node) const {

@@ -131,6 +131,11 @@ OSStatus VolumeControl::setMute(const Node& node, bool mute) {
   return kAudioHardwareNoError;
 }
 
+void VolumeControl::forgetServer() {
+  unreported_.clear();
+  learnt_.clear();
+}
+
 void VolumeControl::forgetGone() {
   std::erase_if(unreported_,
                 [&](const auto& entry) { return session_.node(entry.first) == nullptr; });
@@ -173,6 +178,9 @@ void VolumeControl::apply(const Node& node, const ChannelLevel& wanted) {
 }
 
 void VolumeControl::keepStored(const Node& node) {
+  if (!keepsStored_) {
+    return;
+  }
   if (session_.routeOf(node) != nullptr || node.name() == kLoopbackName) {
     return;  // a card's volume was written as not to be saved, the loopback's is the user's
   }

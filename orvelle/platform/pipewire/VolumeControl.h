@@ -19,7 +19,9 @@ namespace orvelle::pipewire {
 /// Session lock held in every call.
 class VolumeControl {
  public:
-  explicit VolumeControl(Session& session) : session_(session) {}
+  /// `keepsStored`: what the session manager has stored stays, whatever is written.
+  VolumeControl(Session& session, bool keepsStored)
+      : session_(session), keepsStored_(keepsStored) {}
 
   /// Later servers keep the volume of a node that has never run to themselves, and report another
   /// one, until it first runs. Where that may be so, lets it run in silence for some cycles. To be
@@ -35,6 +37,8 @@ class VolumeControl {
   OSStatus setScalar(const Node& node, float scalar);
   OSStatus setMute(const Node& node, bool mute);
 
+  /// Another server knows nothing of the nodes of the former one, and numbers them anew.
+  void forgetServer();
   /// Forgets nodes that are gone: their ids are used anew. To be called after every change of the
   /// session's objects.
   void forgetGone();
@@ -59,6 +63,7 @@ class VolumeControl {
   [[nodiscard]] std::optional<ChannelLevel> reportedLevel(const Node& node) const;
 
   Session& session_;
+  const bool keepsStored_;
   std::map<std::string, Memory, std::less<>> memories_;  // by node name: survives a replug
   std::map<std::uint32_t, Unreported> unreported_;       // by node id
   std::set<std::string, std::less<>> learnt_;            // nodes by serial number: tried once

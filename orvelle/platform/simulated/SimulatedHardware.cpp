@@ -76,6 +76,9 @@ SimulatedHardware::~SimulatedHardware() = default;
 OSStatus SimulatedHardware::change(const CallTarget& target, const std::string& text,
                                    const std::function<OSStatus()>& action,
                                    const std::function<OSStatus(double)>& delayedAction) {
+  if (beforeChange && !beforeChange()) {
+    return kAudioHardwareNotRunningError;
+  }
   ++callCount_;
   OSStatus status = kAudioHardwareNoError;
   {

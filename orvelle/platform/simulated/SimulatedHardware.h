@@ -82,6 +82,9 @@ class SimulatedHardware : public AudioHardware {
   AudioObjectID launch(const ProcessDescription& process);
   void setPlaying(AudioObjectID process, bool isPlaying);
   void quitProcess(AudioObjectID process);
+  /// This program itself ends without a word: aggregates, callbacks, taps and listeners vanish with
+  /// it at once. Properties stay as they are.
+  void endClient();
   /// @}
 
   /// @name Sound
@@ -122,6 +125,10 @@ class SimulatedHardware : public AudioHardware {
   /// The log's texts; failed calls end in " -> " and the status.
   [[nodiscard]] std::vector<std::string> logTexts() const;
   void clearLog();
+  /// Called before every call of the interface that asks for a change, on the calling thread.
+  /// False: the call fails, does nothing and is no part of the log, as one of a program that has
+  /// ended.
+  std::function<bool()> beforeChange;
   /// Called after every call of the interface that asked for a change, on the calling thread.
   std::function<void()> afterChange;
   /// @}

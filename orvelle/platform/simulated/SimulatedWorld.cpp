@@ -116,6 +116,22 @@ void SimulatedHardware::quitProcess(AudioObjectID process) {
   notify(kAudioObjectSystemObject, {kAudioHardwarePropertyProcessObjectList});
 }
 
+void SimulatedHardware::endClient() {
+  std::map<AudioDeviceIOProcID, std::shared_ptr<IOProc>> procs;
+  {
+    const std::lock_guard lock(mutex_);
+    procs.swap(procs_);
+    taps_.clear();
+    listeners_.clear();
+    listenerCount_ = 0;
+    std::erase_if(devices_, [](const auto& keyed) { return keyed.second.isAggregate; });
+    if (!devices_.contains(defaultOutput_)) {
+      chooseAnotherDefault();
+    }
+  }
+  std::ranges::for_each(procs, [](const auto& keyed) { keyed.second->retire(); });
+}
+
 // Questions of tests
 
 SimulatedHardware::Device* SimulatedHardware::findDevice(const std::string& uid) {

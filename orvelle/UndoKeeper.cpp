@@ -1,0 +1,10 @@
+#include "orvelle/UndoKeeper.h"
+
+namespace orvelle {
+
+UndoKeeper& UndoKeeper::none() {
+  static ForgetfulUndoKeeper keeper;
+  return keeper;
+}
+
+}  // namespace orvelle
