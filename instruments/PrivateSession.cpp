@@ -121,10 +121,7 @@ PrivateSession::PrivateSession(const SessionOptions& options)
         environment_.at("XDG_CONFIG_HOME") + "/wireplumber-lua";
   }
   const std::int64_t begin = monotonicNanoseconds();
-  server_ = startServer("pipewire");
-  if (!waitUntil([&] { return answers(environment_.at("XDG_RUNTIME_DIR") + "/pipewire-0"); })) {
-    throw std::runtime_error("the server does not answer\n" + serverMessages());
-  }
+  startMainServer();
   sessionManager_ = startServer("wireplumber");
   pulseServer_ = startServer("pipewire-pulse");
   waitUntilReady(!options.standIns.empty());
@@ -160,6 +157,13 @@ std::unique_ptr<Subprocess> PrivateSession::startServer(const std::string& progr
   return std::make_unique<Subprocess>(command, environment_);
 }
 
+void PrivateSession::startMainServer() {
+  server_ = startServer("pipewire");
+  if (!waitUntil([&] { return answers(environment_.at("XDG_RUNTIME_DIR") + "/pipewire-0"); })) {
+    throw std::runtime_error("the server does not answer\n" + serverMessages());
+  }
+}
+
 void PrivateSession::waitUntilReady(bool hasOutput) {
   const std::string pulseSocket = environment_.at("PULSE_RUNTIME_PATH") + "/native";
   DesktopPanel panel;
@@ -183,6 +187,18 @@ std::string PrivateSession::serverMessages() const {
 void PrivateSession::restartSessionManager() {
   sessionManager_.reset();
   sessionManager_ = startServer("wireplumber");
+}
+
+void PrivateSession::restartPulseServer() {
+  pulseServer_.reset();
+  pulseServer_ = startServer("pipewire-pulse");
+}
+
+void PrivateSession::restartServer() {
+  server_.reset();
+  startMainServer();
+  restartSessionManager();
+  restartPulseServer();
 }
 
 }  // namespace orvelle::instruments

@@ -59,10 +59,16 @@ class PrivateSession {
 
   /// Ends and starts the session manager again, as a package update does. Returns at once.
   void restartSessionManager();
+  /// The same for the PulseAudio server.
+  void restartPulseServer();
+  /// The same for the server itself, and for the other two, which do not outlive it. Returns when
+  /// it answers. Every connection of the test's own is lost.
+  void restartServer();
 
  private:
   [[nodiscard]] Environment makeEnvironment() const;
   [[nodiscard]] std::unique_ptr<Subprocess> startServer(const std::string& program) const;
+  void startMainServer();
   void waitUntilReady(bool hasOutput);
   [[nodiscard]] std::string serverMessages() const;
 

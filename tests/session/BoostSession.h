@@ -79,7 +79,7 @@ class BoostSession {
  public:
   explicit BoostSession(const SessionOptions& options);
 
-  [[nodiscard]] const PrivateSession& session() const { return session_; }
+  PrivateSession& session() { return session_; }
   DesktopPanel& panel() { return panel_; }
   [[nodiscard]] const DesktopPanel& panel() const { return panel_; }
 
