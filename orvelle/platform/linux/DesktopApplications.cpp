@@ -12,7 +12,7 @@ namespace orvelle {
 
 namespace {
 
-/// The matching order of the desktop entry specification: lang_COUNTRY@MODIFIER, lang_COUNTRY,
+/// The matching order of desktop entries: lang_COUNTRY@MODIFIER, lang_COUNTRY,
 /// lang@MODIFIER, lang, default. The encoding does not count.
 std::vector<std::string> matchingLocales(std::string_view locale) {
   const auto partFrom = [&locale](char mark) {

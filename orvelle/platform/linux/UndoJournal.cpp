@@ -21,7 +21,7 @@ std::filesystem::path stateFolder() {
     const char* value = std::getenv(name);
     return std::string(value == nullptr ? "" : value);
   };
-  // The specification has relative paths ignored.
+  // A relative path means nothing here, and is to be ignored.
   if (const std::filesystem::path state = variable("XDG_STATE_HOME"); state.is_absolute()) {
     return state / "orvelle";
   }
