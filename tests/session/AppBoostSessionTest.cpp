@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <memory>
 #include <numbers>
@@ -150,8 +149,7 @@ double fundamental(double amplitude, double volume) {
 // Would catch feedback, drop-outs, an application that is boosted and tapped at once, and a level
 // that drifts. ORVELLE_TEST_SECONDS makes it last longer.
 TEST(AppAndBoost, BoostAndTwoTapsTogether) {
-  const char* wish = std::getenv("ORVELLE_TEST_SECONDS");
-  const int seconds = wish != nullptr ? std::atoi(wish) : 8;
+  const int seconds = numberFrom("ORVELLE_TEST_SECONDS", 8);
   constexpr float volume = 0.3F;
   const auto frames = static_cast<std::size_t>(seconds + 5) * 48000;
   AppSession session({.standIns = {usbOutput()}});

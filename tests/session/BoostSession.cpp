@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <random>
 #include <stdexcept>
@@ -16,6 +17,11 @@ namespace orvelle::instruments {
 void report(const std::string& name, double value, const std::string& unit) {
   std::printf("measured: %s: %.4f %s\n", name.c_str(), value, unit.c_str());
   testing::Test::RecordProperty(name, std::to_string(value) + " " + unit);
+}
+
+int numberFrom(const char* variable, int otherwise) {
+  const char* const text = std::getenv(variable);
+  return text == nullptr ? otherwise : std::atoi(text);
 }
 
 StandIn usbOutput() {

@@ -26,6 +26,10 @@ inline constexpr milliseconds patience{5000};
 /// Prints a figure and keeps it with the test's result.
 void report(const std::string& name, double value, const std::string& unit);
 
+/// How long or how often, for tests that can do more than they do in every check: the number that
+/// an environment variable holds.
+int numberFrom(const char* variable, int otherwise);
+
 /// A USB output, the best one of most sessions here.
 StandIn usbOutput();
 /// A built-in one, second to it.

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <limits>
 #include <thread>
@@ -92,11 +91,6 @@ std::vector<std::filesystem::path> journalsIn(const PrivateSession& session) {
     found.push_back(file.path());
   }
   return found;
-}
-
-int numberFrom(const char* variable, int otherwise) {
-  const char* const text = std::getenv(variable);
-  return text == nullptr ? otherwise : std::atoi(text);
 }
 
 GuardedSession::Quiet::Quiet(DesktopPanel& panel) {

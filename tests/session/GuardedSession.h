@@ -54,9 +54,6 @@ bool isRunning(pid_t process);
 /// In the session's state folder.
 std::vector<std::filesystem::path> journalsIn(const PrivateSession& session);
 
-/// The number that an environment variable holds.
-int numberFrom(const char* variable, int otherwise);
-
 /// Two outputs at a fifth of their volume, and a sine played into the default one.
 class GuardedSession : public BoostSession {
  public:

@@ -17,7 +17,7 @@ constexpr float boostedPeak = gain * formerPeak;
 const std::vector<std::string> autoWords = {"auto", "--gain", "2"};
 
 int restarts() {
-  return numberFrom("ORVELLE_RESTARTS", 3);
+  return numberFrom("ORVELLE_RESTARTS", 2);
 }
 
 /// Some restarts in a row, with their figures.

@@ -12,8 +12,6 @@
 #include <system_error>
 #include <utility>
 
-extern char** environ;
-
 namespace orvelle {
 
 namespace {
