@@ -55,6 +55,7 @@ class MortalRun {
     before_[kVisitor] = stereoOutput(kVisitor, kAudioDeviceTransportTypeBluetooth, 0.5F);
     rig.engine = std::make_unique<BoostEngine>(host);
     rig.engine->gain = kGain;
+    router.emplace(host, *rig.engine);
     for (bool* showMeter : {&rig.engine->showMeter, &tap.showMeter}) {
       *showMeter = false;
     }
@@ -87,6 +88,14 @@ class MortalRun {
     rig.queue.advance(seconds);
   }
 
+  /// What is away returns as it went.
+  void comeBack() {
+    happen([this](SimulatedHardware& world) {
+      world.plug(*away);
+      away.reset();
+    });
+  }
+
   [[nodiscard]] bool hasDied() const { return life_ != Life::alive; }
   /// Calls that it took to put things right.
   [[nodiscard]] std::uint64_t repairCalls() const { return repairCalls_; }
@@ -94,7 +103,7 @@ class MortalRun {
   BoostRig rig;
   RememberingKeeper keeper{[this] { return mayGoOn(); }};
   const EngineHost host{rig.hardware, rig.queue, rig.queue, rig.console, keeper};
-  DeviceRouter router{host, *rig.engine};
+  std::optional<DeviceRouter> router;  ///< of `rig.engine`
   ProcessTapEngine tap{host};
 
  private:
@@ -124,8 +133,8 @@ class MortalRun {
     }
     expectAsBefore(defaultAtDeath);
     // What was away at the time comes back as loud as it went.
-    if (speakersAway) {
-      rig.hardware.plug(*speakersAway);
+    if (away) {
+      rig.hardware.plug(*away);
       left = orvelle::putRight(rig.hardware, left);
     }
     EXPECT_EQ(left, UndoRecords{});
@@ -141,7 +150,7 @@ class MortalRun {
     } else if (faultyCall_) {
       EXPECT_NE(now, kLoopback);  // where the former one cannot be found, another will do
     } else {
-      EXPECT_EQ(now, speakersAway ? kHeadphones : kSpeakers);
+      EXPECT_EQ(now, away && away->uid == kSpeakers ? kHeadphones : kSpeakers);
     }
   }
 
@@ -174,7 +183,7 @@ class MortalRun {
   }
 
  public:
-  std::optional<DeviceDescription> speakersAway;
+  std::optional<DeviceDescription> away;
 
  private:
   const std::uint64_t deathStep_;
@@ -219,11 +228,8 @@ TEST(DeathTest, AtEachStepOfABoost) {
     for (const std::string& uid : {kHeadset, kHeadphones, kSpeakers}) {
       run.happen([&](SimulatedHardware& world) { world.chooseDefaultOutput(uid); });
     }
-    run.happen([&](SimulatedHardware& world) { run.speakersAway = world.unplug(kSpeakers); });
-    run.happen([&](SimulatedHardware& world) {
-      world.plug(*run.speakersAway);
-      run.speakersAway.reset();
-    });
+    run.happen([&](SimulatedHardware& world) { run.away = world.unplug(kSpeakers); });
+    run.comeBack();
     run.rig.engine->stop(true);
   });
 }
@@ -231,13 +237,14 @@ TEST(DeathTest, AtEachStepOfABoost) {
 TEST(DeathTest, AtEachStepOfAnAutomaticBoost) {
   dieAtEachStepOf([](MortalRun& run) {
     run.start(kHeadphones);
-    run.router.start();
+    run.router->start();
     run.happen(
         [](SimulatedHardware& world) {
           world.plug(stereoOutput(kVisitor, kAudioDeviceTransportTypeBluetooth, 0.5F));
         },
         2.5);
-    run.happen([](SimulatedHardware& world) { world.unplug(kVisitor); }, 2.5);
+    run.happen([&](SimulatedHardware& world) { run.away = world.unplug(kVisitor); }, 2.5);
+    run.comeBack();
     run.rig.engine->stop(true);
   });
 }
