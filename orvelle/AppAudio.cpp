@@ -20,17 +20,30 @@ void AppAudio::setVolume(double volume) {
   }
 }
 
+void AppAudio::reroute() {
+  if (!engine.isRunning()) {
+    return;
+  }
+  if (const std::optional<std::string> outputUID = outputProvider_()) {
+    engine.stop();
+    startEngine(*outputUID);
+    engine.volume = static_cast<float>(volume_);
+  }
+}
+
 void AppAudio::apply() {
   engine.volume = static_cast<float>(volume_);
   if (engine.isRunning() || volume_ == 1.0) {
     return;
   }
-  const std::optional<std::string> outputUID = outputProvider_();
-  if (!outputUID) {
-    return;
+  if (const std::optional<std::string> outputUID = outputProvider_()) {
+    startEngine(*outputUID);
   }
+}
+
+void AppAudio::startEngine(const std::string& outputUID) {
   try {
-    engine.start(objectID, *outputUID);
+    engine.start(objectID, outputUID);
   } catch (const EngineError&) {
     // A list row has no place for an error: the application just stays as loud as it was.
     engine.teardown();

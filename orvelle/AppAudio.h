@@ -27,6 +27,9 @@ class AppAudio {
   /// Linear factor, taken as it stands. Where the tap does not start, the volume is kept and the
   /// next change tries again.
   void setVolume(double volume);
+  /// Has a tap that runs play to the output that is the right one now. Where there is none it stays
+  /// as it is; where the tap does not start, the application has its normal path back.
+  void reroute();
 
   const std::int32_t id;
   const AudioObjectID objectID;
@@ -38,6 +41,7 @@ class AppAudio {
 
  private:
   void apply();
+  void startEngine(const std::string& outputUID);
 
   double volume_ = 1.0;
   OutputProvider outputProvider_;

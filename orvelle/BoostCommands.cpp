@@ -13,10 +13,6 @@ namespace orvelle {
 
 namespace {
 
-constexpr const char* kOwnLoopbackUID = "OrvelleAudioDevice_UID";
-/// The driver that many computers have already.
-constexpr const char* kOtherLoopbackUID = "BlackHole2ch_UID";
-
 /// Two would fight over the default output, and each take the other's state for the user's.
 bool isAnotherBoosting(const CommandHost& host) {
   const auto process = host.undoKeeper.boostingProcess();
@@ -104,9 +100,8 @@ int autoCommand(const CommandLine& commandLine, const CommandHost& host) {
   if (!hardware || isAnotherBoosting(host)) {
     return 1;
   }
-  const bool hasOwnLoopback = HAL(*hardware).device(kOwnLoopbackUID).has_value();
   const std::string loopbackUID =
-      commandLine.value("--input").value_or(hasOwnLoopback ? kOwnLoopbackUID : kOtherLoopbackUID);
+      commandLine.value("--input").value_or(DeviceRouter::loopbackUID(HAL(*hardware)));
   constexpr float defaultGain = 3.0F;
   return runAuto({*hardware, host.queue, host.clock, host.console, host.undoKeeper}, loopbackUID,
                  gainOf(commandLine, defaultGain));

@@ -31,23 +31,36 @@ BoostEngine::~BoostEngine() {
   gate_->closeAndWait();
 }
 
-void BoostEngine::start(const std::string& loopbackUID, const std::string& outputUID) {
+void BoostEngine::start(const std::string& loopbackUID, const std::string& outputUID,
+                        const std::atomic<bool>* givingUp) {
   if (isRunning_) {
     return;
   }
+  givingUp_ = givingUp;
+  try {
+    bringUp(loopbackUID, outputUID);
+  } catch (const EngineError&) {
+    givingUp_ = nullptr;
+    throw;
+  }
+  givingUp_ = nullptr;
+  isRunning_ = true;
+  if (showMeter) {
+    host_.queue.post(whileAlive(&BoostEngine::startMeter));
+  }
+}
+
+void BoostEngine::bringUp(const std::string& loopbackUID, const std::string& outputUID) {
   handedMutes_.clear();
   loopbackUID_ = loopbackUID;
   const auto loopback = hal_.device(loopbackUID);
   if (!loopback) {
     throw EngineError::deviceNotFound(loopbackUID);
   }
+  throwIfGivenUp();
   loopbackID_ = loopback->id;
-  previousDefaultOutput_ = hal_.defaultOutput();
-  previousDefaultUID_ = hal_.string(previousDefaultOutput_, kAudioDevicePropertyDeviceUID);
-  const OutputLevel previousLevel = outputLevel(hal_, previousDefaultOutput_);
-  hasTakenDefault_ = true;
-  owesDefault_ = true;
-  tellDebts();
+  const OutputLevel previousLevel = outputLevel(hal_, hal_.defaultOutput());
+  rememberDefaultOutput();
   if (!putDefaultOn(loopback->id, kDefaultOutputWaitSeconds)) {
     throw EngineError::osStatus("SetDefaultOutput (loopback never took)", -1);
   }
@@ -55,8 +68,27 @@ void BoostEngine::start(const std::string& loopbackUID, const std::string& outpu
   knownDevices_ = hal_.foreignDeviceIDs();
   installDefaultGuard();
   buildAndStart(outputUID);
-  isRunning_ = true;
-  if (showMeter) {
+}
+
+/// After a stop that did not put it back, what the loopback has displaced is known already.
+void BoostEngine::rememberDefaultOutput() {
+  const AudioObjectID defaultOutput = hal_.defaultOutput();
+  if (!owesDefault_ || defaultOutput != loopbackID_) {
+    previousDefaultOutput_ = defaultOutput;
+    previousDefaultUID_ = hal_.string(defaultOutput, kAudioDevicePropertyDeviceUID);
+  }
+  owesDefault_ = true;
+  tellDebts();
+}
+
+void BoostEngine::throwIfGivenUp() const {
+  if (givingUp_ != nullptr && *givingUp_) {
+    throw EngineError::givenUp();
+  }
+}
+
+void BoostEngine::startMeter() {
+  if (isRunning_) {
     meter_.start();
   }
 }
@@ -69,7 +101,7 @@ void BoostEngine::stop(bool restoreDefault) {
     teardownAggregate();
   }
   settleOwedLevels();
-  if (restoreDefault && (hasTakenDefault_ || isDefaultOnLoopback())) {
+  if (restoreDefault && (owesDefault_ || isDefaultOnLoopback())) {
     restoreDefaultOutput();
   }
 }
@@ -118,6 +150,7 @@ bool BoostEngine::putDefaultOn(AudioObjectID loopback, double waitSeconds) {
     if (hal_.defaultOutput() == loopback) {
       return true;
     }
+    throwIfGivenUp();
     hal_.setDefaultOutput(loopback);
     host_.clock.sleep(waitSeconds);
   }
@@ -148,18 +181,20 @@ void BoostEngine::reassertLoopbackDefault() {
 // Guard
 
 void BoostEngine::installDefaultGuard() {
-  const auto guarded = [this](void (BoostEngine::*handler)()) {
-    return [this, handler, life = std::weak_ptr<const bool>(life_)] {
-      if (!life.expired()) {
-        (this->*handler)();
-      }
-    };
-  };
   host_.hardware.addPropertyListener(kAudioObjectSystemObject,
                                      {kAudioHardwarePropertyDefaultOutputDevice},
-                                     guarded(&BoostEngine::defaultOutputChanged), defaultGuard_);
+                                     whileAlive(&BoostEngine::defaultOutputChanged), defaultGuard_);
   host_.hardware.addPropertyListener(kAudioObjectSystemObject, {kAudioHardwarePropertyDevices},
-                                     guarded(&BoostEngine::deviceListChanged), deviceGuard_);
+                                     whileAlive(&BoostEngine::deviceListChanged), deviceGuard_);
+}
+
+/// A job of the main queue that does nothing once the engine is gone.
+MainQueue::Job BoostEngine::whileAlive(void (BoostEngine::*job)()) {
+  return [this, job, life = std::weak_ptr<const bool>(life_)] {
+    if (!life.expired()) {
+      (this->*job)();
+    }
+  };
 }
 
 void BoostEngine::removeDefaultGuard() {
@@ -237,11 +272,7 @@ void BoostEngine::resume() {
   if (!outputUID.empty() && hal_.device(loopbackUID_) && hal_.device(outputUID)) {
     teardownAggregate();
     rebuild(outputUID);
-    host_.queue.postAfter(kStoredVolumeSeconds, [this, life = std::weak_ptr<const bool>(life_)] {
-      if (!life.expired()) {
-        raiseAgain();
-      }
-    });
+    host_.queue.postAfter(kStoredVolumeSeconds, whileAlive(&BoostEngine::raiseAgain));
   }
 }
 
@@ -350,10 +381,12 @@ void BoostEngine::buildAndStart(const std::string& outputUID) {
     // One that went and came back has a volume of its own. What the user knows is the output's.
     handLevelToLoopback(loopback->id, outputLevel(hal_, output->id), outputUID);
   }
+  throwIfGivenUp();
   // The loopback's volume is the system's control: it is never raised, whoever asks to feed it.
   if (output->id != loopback->id) {
     raiseOutput(output->id, outputUID);
   }
+  throwIfGivenUp();
   aggregateID_ = makeAggregate(loopbackUID_, outputUID);
   startIOProc();
   currentOutputUID_ = outputUID;
@@ -385,6 +418,7 @@ void BoostEngine::startIOProc() {
   }
   procID_ = procID;
   for (int attempt = 1; attempt <= kDeviceStartAttempts; ++attempt) {
+    throwIfGivenUp();
     status = host_.hardware.startDevice(aggregateID_, procID_);
     if (status == kAudioHardwareNoError) {
       return;

@@ -2,6 +2,7 @@
 // one callback on it, and the way back.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
@@ -27,8 +28,10 @@ namespace orvelle {
 /// default output is on the loopback, and the default output does not return to one before it has
 /// been lowered.
 ///
-/// The engine takes no lock: callers keep `start`, `stop` and the main queue's work from
-/// overlapping. `start` blocks for some 3 s at worst.
+/// The engine takes no lock. `start` may run on any thread and blocks for some 3 s at worst;
+/// everything else belongs to the main thread, and callers see to it that nothing but
+/// `isRunning` is asked while a start runs. What the engine itself does on the main queue begins
+/// when the start has ended.
 class BoostEngine final : public BoostRender {
  public:
   explicit BoostEngine(const EngineHost& host);
@@ -39,11 +42,14 @@ class BoostEngine final : public BoostRender {
 
   /// Boosts into the output `outputUID` through the loopback device `loopbackUID`. Does nothing
   /// when running. Throws EngineError and leaves undone what it did: a caller that wants the system
-  /// back calls `removeDefaultGuard`, `teardownAggregate` and `stop(true)`.
-  void start(const std::string& loopbackUID, const std::string& outputUID);
+  /// back calls `removeDefaultGuard`, `teardownAggregate` and `stop(true)`, from the same thread if
+  /// it likes. Once `givingUp` is set, from any thread, the start throws at its next step.
+  void start(const std::string& loopbackUID, const std::string& outputUID,
+             const std::atomic<bool>* givingUp = nullptr);
 
   /// Ends the boost. With `restoreDefault` the best real output becomes the default output (the
-  /// one from before the start where there is no real output); not where no start has taken it.
+  /// one from before the start where there is no real output); not where no start has taken it, or
+  /// an earlier stop has put it back.
   void stop(bool restoreDefault);
 
   /// Makes the real output run: raises it, builds the aggregate and starts the callback. Throws
@@ -55,6 +61,7 @@ class BoostEngine final : public BoostRender {
   void reassertLoopbackDefault();
   void removeDefaultGuard();
 
+  /// Any thread.
   [[nodiscard]] bool isRunning() const { return isRunning_; }
   /// uid of the real output that is being fed; empty when none is.
   [[nodiscard]] const std::string& currentOutputUID() const { return currentOutputUID_; }
@@ -65,11 +72,16 @@ class BoostEngine final : public BoostRender {
   std::function<void(const AudioDeviceInfo&)> onOutputChanged;
 
  private:
+  void bringUp(const std::string& loopbackUID, const std::string& outputUID);
+  void rememberDefaultOutput();
   bool putDefaultOn(AudioObjectID loopback, double waitSeconds);
+  void throwIfGivenUp() const;
   void handLevelToLoopback(AudioObjectID loopback, OutputLevel level, const std::string& outputUID);
   [[nodiscard]] bool isDefaultOnLoopback() const;
   void restoreDefaultOutput();
 
+  MainQueue::Job whileAlive(void (BoostEngine::*job)());
+  void startMeter();
   void installDefaultGuard();
   void defaultOutputChanged();
   void follow(const AudioDeviceInfo& output);
@@ -95,16 +107,18 @@ class BoostEngine final : public BoostRender {
   AudioDeviceIOProcID procID_ = 0;
   AudioObjectID previousDefaultOutput_ = kAudioObjectUnknown;
   std::string previousDefaultUID_;
-  /// A start that failed before it changed anything leaves nothing to restore.
-  bool hasTakenDefault_ = false;
-  /// Whether the default output is still to be put back.
+  /// Whether the default output is still to be put back. A start that failed before it changed
+  /// anything leaves nothing to restore.
   bool owesDefault_ = false;
   std::string loopbackUID_;
   AudioObjectID loopbackID_ = kAudioObjectUnknown;
   std::string currentOutputUID_;
   /// The output that was last fed, or that the user chose: it is taken again when it returns.
   std::string wantedOutputUID_;
-  bool isRunning_ = false;
+  /// Becomes true with the last step of a start: until then the main queue leaves the engine alone.
+  std::atomic<bool> isRunning_{false};
+  /// While a start runs, and only if its caller may change its mind.
+  const std::atomic<bool>* givingUp_ = nullptr;
 
   AudioObjectID boostedOutputID_ = kAudioObjectUnknown;
   std::string boostedOutputUID_;

@@ -27,6 +27,11 @@ std::optional<AudioDeviceInfo> DeviceRouter::preferredOutput(const HAL& hal) {
   return bestOutput(outputs);
 }
 
+std::string DeviceRouter::loopbackUID(const HAL& hal) {
+  constexpr const char* own = "OrvelleAudioDevice_UID";
+  return hal.device(own) ? own : "BlackHole2ch_UID";
+}
+
 void DeviceRouter::start() {
   knownDevices_ = foreignDevices();
   hal_.observeDeviceListChanges(whileAlive(&DeviceRouter::deviceListChanged));

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "orvelle/BoostEngine.h"
@@ -23,6 +24,10 @@ class DeviceRouter {
 
   /// The real output that sound belongs on; nothing where there is none. Any thread.
   static std::optional<AudioDeviceInfo> preferredOutput(const HAL& hal);
+
+  /// The uid of the loopback device to boost through: this program's own where it is installed,
+  /// else that of a driver which many computers have. Any thread.
+  static std::string loopbackUID(const HAL& hal);
 
   /// Begins to follow. Call once.
   void start();

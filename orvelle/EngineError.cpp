@@ -10,4 +10,8 @@ EngineError EngineError::osStatus(std::string_view step, OSStatus status) {
   return EngineError(std::string(step) + " failed (OSStatus " + std::to_string(status) + ")");
 }
 
+EngineError EngineError::givenUp() {
+  return EngineError("Given up");
+}
+
 }  // namespace orvelle

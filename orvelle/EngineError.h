@@ -15,6 +15,8 @@ class EngineError : public std::runtime_error {
   static EngineError deviceNotFound(std::string_view uid);
   /// `step` names the operation that failed.
   static EngineError osStatus(std::string_view step, OSStatus status);
+  /// The caller of the start has changed its mind meanwhile.
+  static EngineError givenUp();
 
  private:
   using std::runtime_error::runtime_error;

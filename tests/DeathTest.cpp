@@ -219,7 +219,7 @@ void dieAtEachStepOf(const std::function<void(MortalRun&)>& session) {
 
 }  // namespace
 
-// Faults of all three cases: a debt that is told too late or forgotten too early, and a way back
+// Faults of all cases: a debt that is told too late or forgotten too early, and a way back
 // that is louder than the way there.
 
 TEST(DeathTest, AtEachStepOfABoost) {
@@ -245,6 +245,19 @@ TEST(DeathTest, AtEachStepOfAnAutomaticBoost) {
         2.5);
     run.happen([&](SimulatedHardware& world) { run.away = world.unplug(kVisitor); }, 2.5);
     run.comeBack();
+    run.rig.engine->stop(true);
+  });
+}
+
+// Also: one that takes the loopback for the user's own choice when it wakes.
+TEST(DeathTest, AtEachStepOfABoostThatSleepsAndWakes) {
+  dieAtEachStepOf([](MortalRun& run) {
+    run.start(kSpeakers);
+    for (const std::string& uid : {kHeadphones, kSpeakers}) {
+      run.rig.engine->stop(false);
+      run.start(uid);
+    }
+    run.rig.engine->stop(false);
     run.rig.engine->stop(true);
   });
 }

@@ -1,4 +1,4 @@
-// Waiting, as a dependency, so that tests wait in virtual time.
+// Time, as a dependency, so that tests wait in virtual time.
 #pragma once
 
 namespace orvelle {
@@ -12,12 +12,15 @@ class Clock {
 
   /// Blocks the calling thread.
   virtual void sleep(double seconds) = 0;
+  /// Seconds since some fixed moment; never runs backwards. Any thread.
+  [[nodiscard]] virtual double now() const = 0;
 };
 
 /// The machine's own clock.
-class SystemClock final : public Clock {
+class SystemClock : public Clock {
  public:
   void sleep(double seconds) override;
+  [[nodiscard]] double now() const override;
 };
 
 }  // namespace orvelle

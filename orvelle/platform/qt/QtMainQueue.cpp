@@ -63,7 +63,7 @@ void QtMainQueue::cancel(TimerID timer) {
     runningTimer_ = 0;  // in hand now, so it is not among the waiting
     return;
   }
-  decltype(waiting_)::node_type removed;  // dies after the lock: a job's destructor may post
+  Schedule::node_type removed;  // dies after the lock: a job's destructor may post
   const std::lock_guard lock(mutex_);
   const auto found = std::find_if(waiting_.begin(), waiting_.end(),
                                   [timer](const auto& item) { return item.second.timer == timer; });
@@ -111,13 +111,15 @@ void QtMainQueue::serveDueJobs() {
     }
     auto next = waiting_.extract(waiting_.begin());
     lock.unlock();
-    runJob(next.key(), std::move(next.mapped()));
+    runJob(std::move(next));
   }
   isServing_ = false;
   armWakeTimer();
 }
 
-void QtMainQueue::runJob(SteadyClock::time_point due, Entry entry) {
+/// A job that repeats goes back into the schedule as it is: a tick allocates nothing.
+void QtMainQueue::runJob(Schedule::node_type next) {
+  const Entry& entry = next.mapped();
   runningTimer_ = entry.timer;
   entry.job();
   const bool wasCancelled = runningTimer_ == 0;
@@ -125,10 +127,11 @@ void QtMainQueue::runJob(SteadyClock::time_point due, Entry entry) {
   if (entry.interval == SteadyClock::duration::zero() || wasCancelled) {
     return;
   }
-  const SteadyClock::duration late = SteadyClock::now() - due;
+  const SteadyClock::duration late = SteadyClock::now() - next.key();
   const auto missedTurns = std::max<SteadyClock::rep>(late / entry.interval, 0);
+  next.key() += (missedTurns + 1) * entry.interval;
   const std::lock_guard lock(mutex_);
-  waiting_.emplace(due + (missedTurns + 1) * entry.interval, std::move(entry));
+  waiting_.insert(std::move(next));
 }
 
 void QtMainQueue::armWakeTimer() {

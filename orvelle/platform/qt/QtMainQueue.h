@@ -39,15 +39,17 @@ class QtMainQueue final : public MainQueue {
     Job job;
   };
 
+  /// Equal moments keep the order in which they were scheduled.
+  using Schedule = std::multimap<SteadyClock::time_point, Entry>;
+
   TimerID schedule(SteadyClock::time_point due, SteadyClock::duration interval, Job job);
   void wakeSoon();
   void serveDueJobs();
-  void runJob(SteadyClock::time_point due, Entry entry);
+  void runJob(Schedule::node_type next);
   void armWakeTimer();
 
   std::mutex mutex_;  // guards the three below
-  /// Equal moments keep the order in which they were scheduled.
-  std::multimap<SteadyClock::time_point, Entry> waiting_;
+  Schedule waiting_;
   TimerID lastTimer_ = 0;
   bool wakePending_ = false;
 

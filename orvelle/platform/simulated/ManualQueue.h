@@ -40,7 +40,7 @@ class ManualQueue final : public MainQueue, public Clock {
   void sleep(double seconds) override;
 
   /// Seconds since construction. Any thread.
-  [[nodiscard]] double now() const;
+  [[nodiscard]] double now() const override;
 
   /// Lets `seconds` pass and runs what becomes due in them. Throws std::logic_error when time
   /// stands still because jobs keep posting jobs; so do the two below.
