@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "orvelle/platform/AudioTypes.h"
@@ -127,6 +128,14 @@ class AudioHardware {
   /// Puts right what processes of this program that are gone have left in the audio system besides
   /// the properties of devices. Touches nothing of those that live.
   virtual void releaseAbandoned() {}
+
+  /// What people call this audio system.
+  [[nodiscard]] virtual std::string_view systemName() const { return "Core Audio"; }
+
+  /// Names of other programs through which this audio system sends sound on its way to a real
+  /// device, as far as the back end can see them. Each once, by name. Once asked, changes are told
+  /// to the listeners of the list of devices.
+  [[nodiscard]] virtual std::vector<std::string> effectPrograms() { return {}; }
 };
 
 }  // namespace orvelle

@@ -8,6 +8,8 @@
 #include <fstream>
 #include <string_view>
 
+#include "orvelle/platform/linux/DesktopEntry.h"
+
 namespace orvelle {
 
 namespace {
@@ -27,26 +29,16 @@ std::vector<std::string> matchingLocales(std::string_view locale) {
   return {language + country + modifier, language + country, language + modifier, language, ""};
 }
 
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r";
-  const std::size_t first = text.find_first_not_of(blanks);
-  return first == std::string_view::npos
-             ? std::string_view{}
-             : text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-/// A value as it reads without the escapes of the format. Those for line breaks and tabs become
-/// blanks: a name is one line.
-std::string unescaped(std::string_view value) {
-  std::string text;
-  for (std::size_t i = 0; i < value.size(); ++i) {
-    const bool isEscape = value[i] == '\\' && i + 1 < value.size();
-    const char character = isEscape ? value[++i] : value[i];
-    const bool isBlank =
-        isEscape && std::string_view("sntr").find(character) != std::string_view::npos;
-    text += isBlank ? ' ' : character;
-  }
-  return text;
+/// A name is one line.
+std::string nameFrom(std::string_view value) {
+  std::string name = unescapedValue(value);
+  std::ranges::replace_if(
+      name,
+      [](char character) {
+        return std::string_view("\n\t\r").find(character) != std::string_view::npos;
+      },
+      ' ');
+  return name;
 }
 
 /// The locale of a key "Name" or "Name[locale]"; absent for other keys.
@@ -65,26 +57,14 @@ std::optional<std::string_view> localeOfName(std::string_view key) {
 std::optional<std::string> nameIn(std::istream& entry, const std::vector<std::string>& locales) {
   std::optional<std::string> name;
   auto best = locales.end();
-  bool isInEntry = false;
-  for (std::string line; std::getline(entry, line);) {
-    const std::string_view text = trimmed(line);
-    if (text.starts_with('[')) {
-      // Later groups hold actions such as "New Window", which have names of their own.
-      isInEntry = text == "[Desktop Entry]";
-      continue;
-    }
-    const std::size_t equals = text.find('=');
-    if (!isInEntry || equals == std::string_view::npos) {
-      continue;
-    }
-    const auto locale = localeOfName(trimmed(text.substr(0, equals)));
-    const std::string_view value = trimmed(text.substr(equals + 1));
+  visitDesktopEntry(entry, [&](std::string_view key, std::string_view value) {
+    const auto locale = localeOfName(key);
     const auto rank = locale && !value.empty() ? std::find(locales.begin(), best, *locale) : best;
     if (rank != best) {
       best = rank;
-      name = unescaped(value);
+      name = nameFrom(value);
     }
-  }
+  });
   return name;
 }
 

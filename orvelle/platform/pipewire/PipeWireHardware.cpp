@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "orvelle/platform/PropertySize.h"
+#include "orvelle/platform/pipewire/EffectPrograms.h"
 #include "orvelle/platform/pipewire/PipeWireParts.h"
 
 namespace orvelle {
@@ -44,7 +45,8 @@ void PipeWireHardware::Parts::sessionChanged(Change change) {
     if (loopback.takeLoss()) {
       catalogue.renewLoopback();
     }
-    if (catalogue.update()) {
+    const bool haveDevicesChanged = catalogue.update();
+    if (haveEffectsChanged() || haveDevicesChanged) {
       listeners.notify(kAudioObjectSystemObject, kDevices);
     }
     rates.linkUp();
@@ -64,6 +66,17 @@ void PipeWireHardware::Parts::sessionLost() {
   rates.drop();
   volumes.forgetServer();
   loopback.drop();
+}
+
+/// A sink is listed before it is linked, and an effect only then.
+bool PipeWireHardware::Parts::haveEffectsChanged() {
+  if (!reportedEffects) {
+    return false;
+  }
+  std::vector<std::string> current = pipewire::effectPrograms(*session);
+  const bool haveChanged = *reportedEffects != current;
+  reportedEffects = std::move(current);
+  return haveChanged;
 }
 
 void PipeWireHardware::Parts::processesChanged() {
@@ -308,6 +321,12 @@ OSStatus PipeWireHardware::createProcessTap(const TapDescription& description, A
 OSStatus PipeWireHardware::destroyProcessTap(AudioObjectID tap) {
   const Session::Lock lock(*parts_->session);
   return parts_->taps.destroy(tap);
+}
+
+std::vector<std::string> PipeWireHardware::effectPrograms() {
+  const Session::Lock lock(*parts_->session);
+  parts_->reportedEffects = pipewire::effectPrograms(*parts_->session);
+  return *parts_->reportedEffects;
 }
 
 void PipeWireHardware::awaitPending() {

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "orvelle/platform/AudioHardware.h"
 #include "orvelle/platform/MainQueue.h"
@@ -52,6 +54,9 @@ class PipeWireHardware final : public AudioHardware {
   OSStatus createProcessTap(const TapDescription& description, AudioObjectID& tap) override;
   OSStatus destroyProcessTap(AudioObjectID tap) override;
   void releaseAbandoned() override;
+
+  [[nodiscard]] std::string_view systemName() const override { return "PipeWire"; }
+  [[nodiscard]] std::vector<std::string> effectPrograms() override;
 
   /// Returns when the session has done what any process has asked of it so far, also one that has
   /// ended since. Any thread but the real-time one.

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <set>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "orvelle/platform/ListenerRegistry.h"
 #include "orvelle/platform/pipewire/AggregateDevices.h"
@@ -54,12 +57,15 @@ struct PipeWireHardware::Parts {
   pipewire::AggregateDevices aggregates;
   AudioObjectID reportedDefault = kAudioObjectUnknown;
   std::set<AudioObjectID> reportedPlaying;
+  /// As last told. Absent while nobody has asked: then changes are not looked for.
+  std::optional<std::vector<std::string>> reportedEffects;
   /// Whether we have made the loopback the default output, and not taken that back.
   bool isLoopbackDefault = false;
 
   void sessionChanged(pipewire::Change change);
   void sessionLost();
   void processesChanged();
+  bool haveEffectsChanged();
   [[nodiscard]] AudioObjectID defaultOutputID() const;
 
   void learnLevel(AudioObjectID object, const PropertyAddress& address);

@@ -159,6 +159,7 @@ void Session::disconnect() {
 
 void Session::clearMirror() {
   nodeOrder_.clear();
+  clientsOfOthers_.clear();
   nodes_.clear();
   cards_.clear();
   clients_.clear();

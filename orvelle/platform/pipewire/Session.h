@@ -52,6 +52,8 @@ class Session {
   [[nodiscard]] const Node* nodeNamed(std::string_view name) const;
   /// The connection that made the node.
   [[nodiscard]] const Client* clientOf(const Node& node) const;
+  /// Its id, also for the nodes that are not mirrored. Absent when the server itself made the node.
+  [[nodiscard]] std::optional<std::uint32_t> clientIDOf(std::uint32_t node) const;
   /// Whether there is a node of that name, and the process that made it lives: the nodes of one
   /// that has just died are listed on for a moment.
   [[nodiscard]] bool isOwned(std::string_view nodeName) const;
@@ -152,6 +154,8 @@ class Session {
 
   std::map<std::uint32_t, std::unique_ptr<BoundNode>> nodes_;
   std::vector<std::uint32_t> nodeOrder_;
+  /// Of the nodes that are not mirrored: who made them.
+  std::map<std::uint32_t, std::uint32_t> clientsOfOthers_;
   std::map<std::uint32_t, std::unique_ptr<BoundCard>> cards_;
   std::map<std::uint32_t, std::unique_ptr<BoundClient>> clients_;
   std::map<std::uint32_t, std::unique_ptr<BoundMetadata>> metadata_;

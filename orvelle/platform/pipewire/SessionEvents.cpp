@@ -9,9 +9,6 @@ namespace orvelle::pipewire {
 
 namespace {
 
-/// This program's streams, this instance's and others'.
-constexpr std::string_view kOwnNodesPrefix = "app.orvelle.";
-
 /// At once, but after the event that tells of the loss.
 constexpr double kLossSeconds = 1e-6;
 
@@ -95,6 +92,7 @@ void Session::Events::registryGlobalRemove(void* data, std::uint32_t id) {
     std::erase_if(metadata->values, [id](const auto& entry) { return entry.first.first == id; });
   }
   std::erase(session.nodeOrder_, id);
+  session.clientsOfOthers_.erase(id);
   const std::size_t removed = session.nodes_.erase(id) + session.cards_.erase(id) +
                               session.clients_.erase(id) + session.ports_.erase(id) +
                               session.links_.erase(id);
@@ -115,6 +113,7 @@ void Session::Events::addNode(std::uint32_t id, Properties&& properties) {
     return events;
   }();
   if (!isMirrored(properties)) {
+    session.clientsOfOthers_[id] = numberOf(properties, "client.id");
     return;
   }
   Node mirrored;

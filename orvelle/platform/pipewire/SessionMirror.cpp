@@ -38,6 +38,16 @@ const Client* Session::clientOf(const Node& node) const {
   return found == clients_.end() ? nullptr : &found->second->client;
 }
 
+std::optional<std::uint32_t> Session::clientIDOf(std::uint32_t node) const {
+  std::uint32_t client = SPA_ID_INVALID;
+  if (const Node* mirrored = this->node(node)) {
+    client = numberOf(mirrored->properties, "client.id");
+  } else if (const auto other = clientsOfOthers_.find(node); other != clientsOfOthers_.end()) {
+    client = other->second;
+  }
+  return client == SPA_ID_INVALID ? std::nullopt : std::optional(client);
+}
+
 bool Session::isOwned(std::string_view nodeName) const {
   const Node* node = nodeNamed(nodeName);
   const Client* client = node == nullptr ? nullptr : clientOf(*node);

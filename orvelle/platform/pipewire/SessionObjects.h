@@ -11,6 +11,9 @@
 
 namespace orvelle::pipewire {
 
+/// This program's streams, this instance's and others'.
+inline constexpr std::string_view kOwnNodesPrefix = "app.orvelle.";
+
 using Properties = std::map<std::string, std::string, std::less<>>;
 
 /// The value of a property; empty when there is none.
