@@ -13,12 +13,10 @@ namespace orvelle {
 
 namespace {
 
-/// Two would fight over the default output, and each take the other's state for the user's.
 bool isAnotherBoosting(const CommandHost& host) {
   const auto process = host.undoKeeper.boostingProcess();
   if (process) {
-    host.console.printError("Orvelle is boosting already (process " + std::to_string(*process) +
-                            "). Stop that one first.\n");
+    host.console.printError(std::string(EngineError::boostingAlready(*process).what()) + "\n");
   }
   return process.has_value();
 }

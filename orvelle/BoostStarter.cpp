@@ -62,6 +62,9 @@ void BoostStarter::launch(const std::string& loopbackUID, Report report) {
 /// In the background.
 StartOutcome BoostStarter::attempt(const std::string& loopbackUID,
                                    const std::atomic<bool>& givingUp) {
+  if (const auto process = host_.undoKeeper.boostingProcess()) {
+    return {std::nullopt, EngineError::boostingAlready(*process).what()};
+  }
   const auto output = DeviceRouter::preferredOutput(HAL(host_.hardware));
   if (!output) {
     return {};

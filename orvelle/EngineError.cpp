@@ -10,6 +10,11 @@ EngineError EngineError::osStatus(std::string_view step, OSStatus status) {
   return EngineError(std::string(step) + " failed (OSStatus " + std::to_string(status) + ")");
 }
 
+EngineError EngineError::boostingAlready(std::int32_t process) {
+  return EngineError("Orvelle is boosting already (process " + std::to_string(process) +
+                     "). Stop that one first.");
+}
+
 EngineError EngineError::givenUp() {
   return EngineError("Given up");
 }

@@ -1,6 +1,7 @@
 // Why an engine could not start.
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -15,6 +16,9 @@ class EngineError : public std::runtime_error {
   static EngineError deviceNotFound(std::string_view uid);
   /// `step` names the operation that failed.
   static EngineError osStatus(std::string_view step, OSStatus status);
+  /// Another instance has the default output; two would fight over it, and each take the other's
+  /// state for the user's.
+  static EngineError boostingAlready(std::int32_t process);
   /// The caller of the start has changed its mind meanwhile.
   static EngineError givenUp();
 

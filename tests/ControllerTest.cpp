@@ -83,6 +83,25 @@ TEST_F(Controller, SaysThatThereIsNoOutput) {
   EXPECT_EQ(controller->deviceName(), "speakers name");
 }
 
+// Would catch a panel that fights with a boost in a terminal over the default output.
+TEST_F(Controller, LeavesAnotherBoostAlone) {
+  class OtherInstance final : public UndoKeeper {
+   public:
+    void keep(const std::string& /*owner*/, const UndoRecord& /*record*/) override {}
+    [[nodiscard]] std::optional<std::int32_t> boostingProcess() const override { return 4711; }
+  } other;
+  controller = std::make_unique<AudioController>(
+      ControllerHost{{hardware, queue, worker, console, other}, worker, defaults, services, names});
+  hardware.clearLog();
+  controller->toggle();
+  queue.advance(0.1);
+  EXPECT_EQ(controller->lastError(),
+            "Couldn't start: Orvelle is boosting already (process 4711). Stop that one first.");
+  EXPECT_TRUE(controller->shutdown());
+  EXPECT_TRUE(hardware.log().empty());
+  controller.reset();
+}
+
 // Would catch a watchdog that is early, late, or ends what it only watches.
 TEST_F(Controller, TellsAfterEightSecondsThatTheAudioSystemHangs) {
   hangNextStartFor(30.0);
