@@ -1,5 +1,6 @@
 #include "orvelle/AudioController.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <utility>
 
@@ -22,8 +23,9 @@ std::function<std::unique_ptr<AudioController>()>& sharedMaker() {
 }  // namespace
 
 AudioController& AudioController::shared() {
-  static const std::unique_ptr<AudioController> controller = sharedMaker()();
-  return *controller;
+  // Never destroyed: what it was made with ends before the static objects of the program do.
+  static AudioController& controller = *sharedMaker()().release();
+  return controller;
 }
 
 void AudioController::provideShared(std::function<std::unique_ptr<AudioController>()> make) {
@@ -40,6 +42,7 @@ AudioController::AudioController(const ControllerHost& host)
       loopbackUID_(DeviceRouter::loopbackUID(hal_)),
       idleStandbyEnabled_(settings_.loadIdleStandby()),
       startAtLogin_(host.services.isLoginItemEnabled()) {
+  const Change change(*this);
   engine_.gain = static_cast<float>(boost_);
   engine_.showMeter = std::getenv("ORVELLE_DEBUG_METER") != nullptr;
   loadSettings();
@@ -51,16 +54,20 @@ AudioController::AudioController(const ControllerHost& host)
 AudioController::~AudioController() = default;
 
 void AudioController::observeHardware() {
+  engine_.onOutputWillChange = [this](const std::string& uid) { outputWillChange(uid); };
   engine_.onOutputChanged = [this](const AudioDeviceInfo& output) { outputChanged(output); };
-  hal_.observeDeviceListChanges(whileAlive([this] {
+  starter_.onLateStop = [this] {
+    const Change change(*this, Change::Telling::later);
+    rerouteTaps();
     refreshDeviceName();
-    refreshHALConflicts();
-  }));
+  };
+  hal_.observeDeviceListChanges(whileAlive([this] { devicesChanged(); }));
 }
 
 // Start and stop
 
 void AudioController::start() {
+  const Change change(*this);
   publish(boostArmed_, false, &AudioController::boostArmedChanged);
   silence_.reset();
   startStandbyWatcher(kRunningPollSeconds);
@@ -83,11 +90,12 @@ void AudioController::watchStart(std::int64_t attempt) {
 }
 
 void AudioController::startEnded(std::int64_t attempt, const StartOutcome& outcome) {
+  const Change change(*this);
   if (attempt != startAttempt_) {
     return;
   }
   if (outcome.output) {
-    startSucceeded(*outcome.output);
+    startSucceeded();
   } else {
     startFailed(outcome.problem);
   }
@@ -109,7 +117,7 @@ void AudioController::startFailed(const std::string& problem) {
   }
 }
 
-void AudioController::startSucceeded(const AudioDeviceInfo& output) {
+void AudioController::startSucceeded() {
   publish(lastError_, QString(), &AudioController::lastErrorChanged);
   publish(boostStatus_, QString(), &AudioController::boostStatusChanged);
   boostStartedAt_ = host_.engine.clock.now();
@@ -120,12 +128,13 @@ void AudioController::startSucceeded(const AudioDeviceInfo& output) {
   publish(isOn_, true, &AudioController::isOnChanged);
   publish(startInProgress_, false, &AudioController::startInProgressChanged);
   rerouteTaps();
-  switchToDevice(output.uid);
+  switchToDevice(engine_.currentOutputUID());
   refreshDeviceName();
   startLevelMeter();
 }
 
 void AudioController::stop() {
+  const Change change(*this);
   publish(boostArmed_, false, &AudioController::boostArmedChanged);
   silence_.reset();
   stopStandbyWatcher();
@@ -159,6 +168,7 @@ void AudioController::toggle() {
 }
 
 bool AudioController::shutdown() {
+  const Change change(*this);
   for (const auto& app : apps) {
     app->engine.stop();
     app->engine.teardown();
@@ -183,9 +193,27 @@ void AudioController::rerouteTaps() {
 
 // What the panel shows of the world
 
+/// The new output's settings are taken over when the sound has moved. Until then it must not be
+/// louder than either device is meant to be.
+void AudioController::outputWillChange(const std::string& uid) {
+  const auto stored = store_.find(uid);
+  const double boost = stored == store_.end() ? boost_ : std::min(boost_, stored->second.boost);
+  engine_.gain = static_cast<float>(uid == currentDeviceUID_ ? boost_ : boost);
+}
+
 void AudioController::outputChanged(const AudioDeviceInfo& output) {
+  const Change change(*this, Change::Telling::later);  // the engine is in the middle of it
   switchToDevice(output.uid);
   publish(deviceName_, output.name, &AudioController::deviceNameChanged);
+}
+
+void AudioController::devicesChanged() {
+  // An output that was gone when something had to be put back may be here again.
+  if (!isOn_ && !starter_.isBusy() && engine_.hasDebts()) {
+    starter_.stop(!boostArmed_);
+  }
+  refreshDeviceName();
+  refreshHALConflicts();
 }
 
 void AudioController::refreshDeviceName() {
@@ -223,9 +251,10 @@ QString AudioController::dbLabel() const {
 // Start at login
 
 void AudioController::setStartAtLogin(bool isEnabled) {
+  const Change change(*this);
   startAtLogin_ = isEnabled;
   updateLoginItem();
-  emit startAtLoginChanged();
+  announce(&AudioController::startAtLoginChanged);
 }
 
 void AudioController::updateLoginItem() {
@@ -237,9 +266,27 @@ void AudioController::updateLoginItem() {
   }
 }
 
+// News for the views
+
+void AudioController::announce(Signal changed) {
+  if (std::ranges::find(untold_, changed) == untold_.end()) {
+    untold_.push_back(changed);
+  }
+}
+
+void AudioController::tellViews() {
+  // Each step anew: who is told may change something, and tell the rest himself.
+  while (openChanges_ == 0 && !untold_.empty()) {
+    const Signal changed = untold_.front();
+    untold_.erase(untold_.begin());
+    emit(this->*changed)();
+  }
+}
+
 MainQueue::Job AudioController::whileAlive(std::function<void()> job) {
-  return [job = std::move(job), life = std::weak_ptr<const bool>(life_)] {
+  return [this, job = std::move(job), life = std::weak_ptr<const bool>(life_)] {
     if (!life.expired()) {
+      const Change change(*this);
       job();
     }
   };

@@ -43,8 +43,9 @@ struct ControllerHost {
 };
 
 /// Off, Starting, On or Standby; never more than one engine, and none behind a panel that shows
-/// Off. Views bind to the properties, and hear of a change when it has taken effect. Every setting
-/// that is changed is on disk when its setter returns. Main thread.
+/// Off. Views bind to the properties. They hear of changes when all that belongs to them has taken
+/// effect, so that whoever is told may call back. A setting that is changed is written when its
+/// setter returns. Main thread.
 class AudioController : public QObject {
   Q_OBJECT
   Q_PROPERTY(bool isOn READ isOn NOTIFY isOnChanged)
@@ -180,12 +181,14 @@ class AudioController : public QObject {
   // AudioController.cpp: life of the boost.
   void observeHardware();
   void startEnded(std::int64_t attempt, const StartOutcome& outcome);
-  void startSucceeded(const AudioDeviceInfo& output);
+  void startSucceeded();
   void startFailed(const std::string& problem);
   void watchStart(std::int64_t attempt);
   void leaveOn(bool restoreDefault);
   void rerouteTaps();
+  void outputWillChange(const std::string& uid);
   void outputChanged(const AudioDeviceInfo& output);
+  void devicesChanged();
   void refreshDeviceName();
   void refreshHALConflicts();
   void updateLoginItem();
@@ -210,18 +213,49 @@ class AudioController : public QObject {
   void apply(const DeviceSettings& settings);
   [[nodiscard]] DeviceSettings currentSettings() const;
   void persist();
+  void announceSelection();
   void applyCurrentEQ();
   void applySpatialWidth();
 
-  /// For what the user cannot set: views hear of changes only.
+  using Signal = void (AudioController::*)();
+
+  /// Something is changing. The end of the outermost change tells the views: at once, or with the
+  /// main queue's next job where the caller is in the middle of something.
+  class Change {
+   public:
+    enum class Telling : std::uint8_t { atOnce, later };
+    explicit Change(AudioController& controller, Telling telling = Telling::atOnce)
+        : controller_(controller), telling_(telling) {
+      ++controller_.openChanges_;
+    }
+    Change(const Change&) = delete;
+    Change& operator=(const Change&) = delete;
+    ~Change() {
+      --controller_.openChanges_;
+      if (telling_ == Telling::atOnce) {
+        controller_.tellViews();
+      } else {
+        controller_.host_.engine.queue.post(controller_.whileAlive([] {}));
+      }
+    }
+
+   private:
+    AudioController& controller_;
+    const Telling telling_;
+  };
+
+  void announce(Signal changed);
+  void tellViews();
+
+  /// For what the user cannot set: views hear of true changes only.
   template <typename Value>
-  void publish(Value& field, const Value& value, void (AudioController::*changed)()) {
+  void publish(Value& field, const Value& value, Signal changed) {
     if (field != value) {
       field = value;
-      emit(this->*changed)();
+      announce(changed);
     }
   }
-  /// `job` for the main queue, without effect once the controller is gone.
+  /// `job` for the main queue as one change, without effect once the controller is gone.
   MainQueue::Job whileAlive(std::function<void()> job);
 
   ControllerHost host_;
@@ -262,11 +296,16 @@ class AudioController : public QObject {
   std::unique_ptr<PlayerWatch> playerWatch_;  ///< in standby
   TimerID levelTimer_ = 0;
 
-  /// Settings are not written before they have been read.
+  /// Settings are not written before they have been read, nor while a record is being applied: a
+  /// mixture of two devices' settings must never be stored.
   bool loaded_ = false;
+  bool isApplying_ = false;
   DeviceStore store_;
   /// The device whose settings are the live ones; empty where there is none.
   std::string currentDeviceUID_;
+
+  int openChanges_ = 0;
+  std::vector<Signal> untold_;  ///< each once, in the order of the changes
 
   std::shared_ptr<const bool> life_ = std::make_shared<const bool>(true);
 };

@@ -1,6 +1,7 @@
 // The parts of the controller that remember: settings per device, equaliser, width, presets.
 #include <algorithm>
 #include <array>
+#include <cmath>
 
 #include "orvelle/AudioController.h"
 #include "orvelle/EQPreset.h"
@@ -16,7 +17,7 @@ void AudioController::loadSettings() {
     currentDeviceUID_ = output->uid;
   }
   if (const auto found = store_.find(currentDeviceUID_); found != store_.end()) {
-    apply(DeviceSettings(found->second));
+    apply(found->second);
   }
   loaded_ = true;
 }
@@ -30,16 +31,15 @@ void AudioController::switchToDevice(const std::string& uid) {
   }
   currentDeviceUID_ = uid;
   if (const auto found = store_.find(uid); found != store_.end()) {
-    // A copy: each step of applying writes the record that is being read.
-    apply(DeviceSettings(found->second));
-  } else {
-    store_[uid] = currentSettings();
+    apply(found->second);
   }
+  store_[uid] = currentSettings();
   settings_.saveStore(store_);
 }
 
 /// Width before its switch, so that the right one is heard from the first moment.
 void AudioController::apply(const DeviceSettings& settings) {
+  isApplying_ = true;
   setBoost(settings.boost);
   setSpatialWidth(settings.spatialWidth);
   const std::vector<double> gainsDb = settings.customGains.value_or(std::vector<double>());
@@ -47,6 +47,7 @@ void AudioController::apply(const DeviceSettings& settings) {
   setEqSelection(QString::fromStdString(settings.eqPreset));
   setEqEnabled(settings.eqEnabled);
   setSpatialEnabled(settings.spatialEnabled);
+  isApplying_ = false;
 }
 
 DeviceSettings AudioController::currentSettings() const {
@@ -55,7 +56,7 @@ DeviceSettings AudioController::currentSettings() const {
 }
 
 void AudioController::persist() {
-  if (loaded_ && !currentDeviceUID_.empty()) {
+  if (loaded_ && !isApplying_ && !currentDeviceUID_.empty()) {
     store_[currentDeviceUID_] = currentSettings();
     settings_.saveStore(store_);
   }
@@ -64,24 +65,31 @@ void AudioController::persist() {
 // Boost and width
 
 void AudioController::setBoost(double boost) {
-  boost_ = boost;
-  engine_.gain = static_cast<float>(boost);
-  persist();
-  emit boostChanged();
+  const Change change(*this);
+  if (std::isfinite(boost)) {
+    boost_ = boost;
+    engine_.gain = static_cast<float>(boost);
+    persist();
+  }
+  announce(&AudioController::boostChanged);
 }
 
 void AudioController::setSpatialEnabled(bool isEnabled) {
+  const Change change(*this);
   spatialEnabled_ = isEnabled;
   applySpatialWidth();
   persist();
-  emit spatialEnabledChanged();
+  announce(&AudioController::spatialEnabledChanged);
 }
 
 void AudioController::setSpatialWidth(double width) {
-  spatialWidth_ = width;
-  applySpatialWidth();
-  persist();
-  emit spatialWidthChanged();
+  const Change change(*this);
+  if (std::isfinite(width)) {
+    spatialWidth_ = width;
+    applySpatialWidth();
+    persist();
+  }
+  announce(&AudioController::spatialWidthChanged);
 }
 
 void AudioController::applySpatialWidth() {
@@ -108,35 +116,39 @@ QVariantMap AudioController::userPresets() const {
 }
 
 void AudioController::setEqEnabled(bool isEnabled) {
+  const Change change(*this);
   eqEnabled_ = isEnabled;
   engine_.equalizer.isEnabled = isEnabled;
   persist();
-  emit eqEnabledChanged();
+  announce(&AudioController::eqEnabledChanged);
 }
 
 void AudioController::setEqSelection(const QString& selection) {
+  const Change change(*this);
   eqSelection_ = selection.toStdString();
   // The bands of a user preset become the ones that are edited; the preset stays as it was saved.
-  const auto preset = userPresets_.find(eqSelection_);
-  if (preset != userPresets_.end()) {
+  if (const auto preset = userPresets_.find(eqSelection_); preset != userPresets_.end()) {
     customGains_ = bandGains(preset->second);
+    announce(&AudioController::customGainsChanged);
   }
   applyCurrentEQ();
   persist();
-  emit eqSelectionChanged();
-  emit isEditingBandsChanged();
-  if (preset != userPresets_.end()) {
-    emit customGainsChanged();
-  }
+  announceSelection();
+}
+
+void AudioController::announceSelection() {
+  announce(&AudioController::eqSelectionChanged);
+  announce(&AudioController::isEditingBandsChanged);
 }
 
 void AudioController::setCustomGains(const QList<double>& gainsDb) {
+  const Change change(*this);
   customGains_ = bandGains(gainsDb);
   if (isEditingBands()) {
     applyCurrentEQ();
   }
   persist();
-  emit customGainsChanged();
+  announce(&AudioController::customGainsChanged);
 }
 
 void AudioController::applyCurrentEQ() {
@@ -153,24 +165,23 @@ void AudioController::saveUserPreset(const QString& named) {
   if (name.empty()) {
     return;
   }
+  const Change change(*this);
   userPresets_[name] = std::vector(customGains_.begin(), customGains_.end());
   settings_.saveUserPresets(userPresets_);
+  announce(&AudioController::userPresetsChanged);
   eqSelection_ = name;
   applyCurrentEQ();
   persist();
-  emit userPresetsChanged();
-  emit eqSelectionChanged();
-  emit isEditingBandsChanged();
+  announceSelection();
 }
 
 void AudioController::deleteUserPreset(const QString& name) {
+  const Change change(*this);
   userPresets_.erase(name.toStdString());
   settings_.saveUserPresets(userPresets_);
-  emit userPresetsChanged();
+  announce(&AudioController::userPresetsChanged);
   if (eqSelection_ == name.toStdString()) {
     setEqSelection(QString::fromUtf8(rawValue(EQPreset::custom)));
-  } else {
-    emit isEditingBandsChanged();
   }
 }
 

@@ -10,9 +10,10 @@ namespace orvelle {
 // Idle standby
 
 void AudioController::setIdleStandbyEnabled(bool isEnabled) {
+  const Change change(*this);
   idleStandbyEnabled_ = isEnabled;
   settings_.saveIdleStandby(isEnabled);
-  emit idleStandbyEnabledChanged();
+  announce(&AudioController::idleStandbyEnabledChanged);
   if (!isEnabled && boostArmed_) {
     start();
   }
@@ -68,7 +69,10 @@ void AudioController::enterStandby() {
           &AudioController::boostStatusChanged);
   startStandbyWatcher(kStandbyPollSeconds);
   // Where the platform tells, nobody has to wait for the next poll.
-  playerWatch_ = std::make_unique<PlayerWatch>(host_.engine.hardware, [this] { standbyTick(); });
+  playerWatch_ = std::make_unique<PlayerWatch>(host_.engine.hardware, [this] {
+    const Change change(*this);
+    standbyTick();
+  });
 }
 
 bool AudioController::isOutputBluetooth() const {

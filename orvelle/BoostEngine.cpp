@@ -48,6 +48,9 @@ void BoostEngine::start(const std::string& loopbackUID, const std::string& outpu
   if (showMeter) {
     host_.queue.post(whileAlive(&BoostEngine::startMeter));
   }
+  // News that came while the start had the engine have been passed over.
+  host_.queue.post(whileAlive(&BoostEngine::deviceListChanged));
+  host_.queue.post(whileAlive(&BoostEngine::defaultOutputChanged));
 }
 
 void BoostEngine::bringUp(const std::string& loopbackUID, const std::string& outputUID) {
@@ -101,9 +104,17 @@ void BoostEngine::stop(bool restoreDefault) {
     teardownAggregate();
   }
   settleOwedLevels();
-  if (restoreDefault && (owesDefault_ || isDefaultOnLoopback())) {
+  if (restoreDefault && mayRestoreDefault()) {
     restoreDefaultOutput();
   }
+}
+
+bool BoostEngine::mayRestoreDefault() const {
+  if (owesDefault_) {
+    return true;
+  }
+  const bool isLeftBehind = !loopbackUID_.empty() && isDefaultOnLoopback();
+  return isLeftBehind && !host_.undoKeeper.boostingProcess();
 }
 
 bool BoostEngine::isDefaultOnLoopback() const {
@@ -229,6 +240,9 @@ void BoostEngine::defaultOutputChanged() {
     // Music plays into the chosen output right now, and following raises that to full volume.
     hal_.setDefaultOutput(loopback->id);
     follow(chosen);
+    if (!isRunning_) {
+      return;  // whoever was told of the other output has ended the boost
+    }
   }
   if (hal_.setDefaultOutput(loopback->id) != kAudioHardwareNoError) {
     // Music plays straight into a real output, which must not be a raised one.
@@ -387,6 +401,9 @@ void BoostEngine::buildAndStart(const std::string& outputUID) {
     raiseOutput(output->id, outputUID);
   }
   throwIfGivenUp();
+  if (isRunning_ && onOutputWillChange) {
+    onOutputWillChange(outputUID);
+  }
   aggregateID_ = makeAggregate(loopbackUID_, outputUID);
   startIOProc();
   currentOutputUID_ = outputUID;
@@ -439,6 +456,7 @@ void BoostEngine::teardownAggregate() {
   if (procID_ != 0) {
     host_.hardware.stopDevice(aggregateID_, procID_);
     host_.hardware.destroyIOProcID(aggregateID_, std::exchange(procID_, 0));
+    currentLevel = 0.0F;  // nobody would take the last one back
   }
   if (aggregateID_ != kAudioObjectUnknown) {
     host_.hardware.destroyAggregateDevice(std::exchange(aggregateID_, kAudioObjectUnknown));

@@ -48,8 +48,8 @@ class BoostEngine final : public BoostRender {
              const std::atomic<bool>* givingUp = nullptr);
 
   /// Ends the boost. With `restoreDefault` the best real output becomes the default output (the
-  /// one from before the start where there is no real output); not where no start has taken it, or
-  /// an earlier stop has put it back.
+  /// one from before the start where there is no real output), if a start has taken it and no stop
+  /// has put it back, or if it stands on the loopback and nobody else boosts.
   void stop(bool restoreDefault);
 
   /// Makes the real output run: raises it, builds the aggregate and starts the callback. Throws
@@ -63,11 +63,16 @@ class BoostEngine final : public BoostRender {
 
   /// Any thread.
   [[nodiscard]] bool isRunning() const { return isRunning_; }
+  /// Whether something of the system could not be put back yet; a later `stop` tries again.
+  [[nodiscard]] bool hasDebts() const { return owesDefault_ || !owedLevels_.empty(); }
   /// uid of the real output that is being fed; empty when none is.
   [[nodiscard]] const std::string& currentOutputUID() const { return currentOutputUID_; }
 
   /// Whether `start` begins the meter line on the console.
   bool showMeter = true;
+  /// Told while the engine runs, before it feeds an output anew: the last moment at which the gain
+  /// can be made fit for it. Main thread.
+  std::function<void(const std::string& outputUID)> onOutputWillChange;
   /// Told when the engine has followed the user to another output. Main thread.
   std::function<void(const AudioDeviceInfo&)> onOutputChanged;
 
@@ -78,6 +83,7 @@ class BoostEngine final : public BoostRender {
   void throwIfGivenUp() const;
   void handLevelToLoopback(AudioObjectID loopback, OutputLevel level, const std::string& outputUID);
   [[nodiscard]] bool isDefaultOnLoopback() const;
+  [[nodiscard]] bool mayRestoreDefault() const;
   void restoreDefaultOutput();
 
   MainQueue::Job whileAlive(void (BoostEngine::*job)());

@@ -18,9 +18,10 @@ BoostStarter::~BoostStarter() {
 void BoostStarter::start(const std::string& loopbackUID, Report report) {
   if (isBusy()) {
     waiting_ = {loopbackUID, std::move(report)};
-  } else {
-    launch(loopbackUID, std::move(report));
+    return;
   }
+  waiting_.reset();
+  launch(loopbackUID, std::move(report));
 }
 
 void BoostStarter::stop(bool restoreDefault) {
@@ -40,6 +41,7 @@ bool BoostStarter::settle(double timeoutSeconds) {
   }
   *givingUp_ = true;
   if (!background_.wait(timeoutSeconds)) {
+    wantsStop_ = true;
     return false;
   }
   givingUp_.reset();
@@ -85,11 +87,14 @@ void BoostStarter::ended(const Report& report, const StartOutcome& outcome) {
   givingUp_.reset();
   if (const auto wantsStop = std::exchange(wantsStop_, std::nullopt)) {
     engine_.stop(*wantsStop);
+    if (onLateStop) {
+      onLateStop();
+    }
   }
-  const auto next = std::exchange(waiting_, std::nullopt);
-  report(outcome);
-  if (next) {
-    start(next->loopbackUID, next->report);
+  report(outcome);  // who is told may start or stop the boost himself
+  if (waiting_ && !isBusy()) {
+    const WaitingStart next = *std::exchange(waiting_, std::nullopt);
+    launch(next.loopbackUID, next.report);
   }
 }
 

@@ -40,14 +40,16 @@ class BoostStarter {
   void start(const std::string& loopbackUID, Report report);
 
   /// Stops the engine as `BoostEngine::stop` does. A start that runs gives up at its next step, and
-  /// the engine is stopped when it has ended.
+  /// the engine is stopped when it has ended; `onLateStop` is told then.
   void stop(bool restoreDefault);
+  std::function<void()> onLateStop;
 
   /// Whether a start runs, so that the engine belongs to the background.
   [[nodiscard]] bool isBusy() const { return givingUp_ != nullptr; }
 
-  /// Has a start that runs give up, and blocks until it has or `timeoutSeconds` are over; false
-  /// then. Afterwards the engine belongs to the caller for good.
+  /// Has a start that runs give up, and blocks until it has; afterwards the engine belongs to the
+  /// caller for good. False when that took longer than `timeoutSeconds`: the engine is then stopped
+  /// when the start comes back, if the main queue still runs.
   bool settle(double timeoutSeconds);
 
  private:

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -65,13 +66,12 @@ class ControllerRig : public testing::Test {
     ASSERT_TRUE(controller->isOn());
   }
 
-  /// The next start waits in its first call that changes something, as on an audio system that
-  /// hangs. The main thread's calls go through.
-  void hangNextStartFor(double seconds) {
-    hardware.beforeChange = [this, seconds, main = std::this_thread::get_id(),
-                             isNext = true]() mutable {
-      if (std::this_thread::get_id() != main && isNext) {
-        isNext = false;
+  /// The next start waits in a call that changes something, as on an audio system that hangs: in
+  /// the first one, or after `skip` of them. The main thread's calls go through.
+  void hangNextStartFor(double seconds, int skip = 0) {
+    const auto main = std::this_thread::get_id();
+    hardware.beforeChange = [this, seconds, skip, main]() mutable {
+      if (std::this_thread::get_id() != main && skip-- == 0) {
         worker.sleep(seconds);
       }
       return true;
@@ -86,6 +86,12 @@ class ControllerRig : public testing::Test {
 
   float volume(const std::string& uid) {
     return HAL(hardware).outputVolume(hardware.id(uid)).value_or(-1.0F);
+  }
+
+  /// Whether a call has asked for exactly this since the log was cleared.
+  [[nodiscard]] bool wasAsked(const std::string& text) const {
+    const auto texts = hardware.logTexts();
+    return std::ranges::find(texts, text) != texts.end();
   }
 
   /// Nothing of the boost is left in the system.

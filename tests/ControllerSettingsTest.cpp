@@ -65,6 +65,60 @@ TEST_F(Settings, AreWrittenAtOnceAndFoundAgain) {
   EXPECT_NEAR(gainAt(32.0), 20.0 * std::log10(3.5) + 6.0 - 0.5, 1.0);
 }
 
+// Would catch a view that is not told, or is told before the change is there for whoever asks.
+TEST_F(Settings, TellViewsWhenTheyHaveTakenEffect) {
+  using Controller = AudioController;
+  struct Case {
+    void (Controller::*changed)();
+    std::function<void(Controller&)> set;
+    std::function<bool(const Controller&, const DeviceSettings&)> isTrue;
+  };
+  const Case cases[] = {
+      {&Controller::boostChanged, [](auto& c) { c.setBoost(3.0); },
+       [](auto& c, auto& record) {
+         return c.dbLabel() == "3.0×  (+9.5 dB)" && record.boost == 3.0;
+       }},
+      {&Controller::eqEnabledChanged, [](auto& c) { c.setEqEnabled(true); },
+       [](auto& c, auto& record) { return c.eqEnabled() && record.eqEnabled; }},
+      {&Controller::customGainsChanged, [](auto& c) { c.setCustomGains(bands(5.0)); },
+       [](auto& c, auto& record) {
+         return c.customGains() == bands(5.0) && record.customGains->front() == 5.0;
+       }},
+      {&Controller::userPresetsChanged, [](auto& c) { c.saveUserPreset("Mine"); },
+       [](auto& c, auto& record) {
+         return c.eqSelection() == "Mine" && record.eqPreset == "Mine";
+       }},
+      {&Controller::isEditingBandsChanged, [](auto& c) { c.setEqSelection("Music"); },
+       [](auto& c, auto& record) { return !c.isEditingBands() && record.eqPreset == "Music"; }},
+      {&Controller::customGainsChanged, [](auto& c) { c.setEqSelection("Mine"); },
+       [](auto& c, auto& record) { return c.isEditingBands() && record.eqPreset == "Mine"; }},
+      {&Controller::userPresetsChanged, [](auto& c) { c.deleteUserPreset("Mine"); },
+       [](auto& c, auto& record) {
+         return c.eqSelection() == "Custom" && record.eqPreset == "Custom";
+       }},
+      {&Controller::eqSelectionChanged, [](auto& c) { c.setEqSelection("Flat"); },
+       [](auto& c, auto& record) {
+         return c.eqSelection() == "Flat" && record.eqPreset == "Flat";
+       }},
+      {&Controller::spatialEnabledChanged, [](auto& c) { c.setSpatialEnabled(true); },
+       [](auto& c, auto& record) { return c.spatialEnabled() && record.spatialEnabled; }},
+      {&Controller::spatialWidthChanged, [](auto& c) { c.setSpatialWidth(2.0); },
+       [](auto& c, auto& record) { return c.spatialWidth() == 2.0 && record.spatialWidth == 2.0; }},
+      {&Controller::boostChanged, [](auto& c) { c.setBoost(std::nan("")); },
+       [](auto& c, auto& record) { return c.boost() == 3.0 && record.boost == 3.0; }}};
+  for (const Case& each : cases) {
+    SCOPED_TRACE(&each - cases);
+    int told = 0;
+    const auto connection = QObject::connect(controller.get(), each.changed, [&] {
+      ++told;
+      EXPECT_TRUE(each.isTrue(*controller, stored().at(kSpeakers)));
+    });
+    each.set(*controller);
+    EXPECT_EQ(told, 1);
+    QObject::disconnect(connection);
+  }
+}
+
 // Would catch a record of an old version or a foreign hand that does harm.
 TEST_F(Settings, TakeWhatTheyCanUse) {
   defaults.entries[SettingsStore::storeKey] = std::string(

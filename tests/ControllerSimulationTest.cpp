@@ -14,6 +14,7 @@ class ControllerLife : public ControllerRig {
  protected:
   void live(std::uint64_t seed, int steps) {
     random_.seed(seed);
+    callBack();
     for (int step = 0; step < steps && !HasFailure(); ++step) {
       SCOPED_TRACE(testing::Message() << "seed " << seed << ", step " << step);
       act();
@@ -60,6 +61,24 @@ class ControllerLife : public ControllerRig {
       default:
         queue.advance(std::array{0.01, 0.4, 2.0, 9.0}.at(static_cast<std::size_t>(roll(4))));
     }
+  }
+
+  /// Views that call back when they are told.
+  void callBack() {
+    const auto sometimes = [this](void (AudioController::*changed)(),
+                                  void (AudioController::*operation)()) {
+      QObject::connect(controller.get(), changed, [this, operation] {
+        if (roll(20) == 0) {
+          (controller.get()->*operation)();
+        }
+      });
+    };
+    sometimes(&AudioController::isOnChanged, &AudioController::start);
+    sometimes(&AudioController::isOnChanged, &AudioController::stop);
+    sometimes(&AudioController::startInProgressChanged, &AudioController::toggle);
+    sometimes(&AudioController::deviceNameChanged, &AudioController::stop);
+    sometimes(&AudioController::lastErrorChanged, &AudioController::stop);
+    sometimes(&AudioController::boostStatusChanged, &AudioController::stop);
   }
 
   void changeSetting() {
@@ -124,12 +143,14 @@ class ControllerLife : public ControllerRig {
     }
   }
 
-  /// Where nothing else was left, the desktop has put the default output on the loopback itself,
-  /// and takes the first real output that comes.
+  /// Where nothing else was left, the desktop has put the default output on the loopback itself.
   void plug(const DeviceDescription& device) {
-    const bool isDesktopsChoice = HAL(hardware).realOutputs().empty();
+    const bool isFirst = HAL(hardware).realOutputs().empty();
     hardware.plug(device);
-    if (isDesktopsChoice) {
+    queue.runUntilIdle();
+    const bool isOff =
+        !controller->isOn() && !controller->startInProgress() && !controller->boostArmed();
+    if (isFirst && isOff && !worker.isBusy()) {
       hardware.chooseDefaultOutput(device.uid);
     }
   }
@@ -137,6 +158,7 @@ class ControllerLife : public ControllerRig {
   void failSomething() {
     const std::array kinds = {CallKind::createAggregateDevice, CallKind::createIOProcID,
                               CallKind::startDevice, CallKind::getPropertyData};
+    isFaulty_ = true;
     hardware.inject({.kind = kinds.at(static_cast<std::size_t>(roll(4))),
                      .skip = static_cast<std::uint64_t>(roll(5)),
                      .count = 1U + static_cast<std::uint64_t>(roll(12))});
@@ -151,6 +173,7 @@ class ControllerLife : public ControllerRig {
   /// finds nobody.
   void beginAnew() {
     hardware.clearFaults();
+    isFaulty_ = false;
     while (!unplugged_.empty()) {
       // One that vanished while it was raised comes back as loud.
       plug(unplugged_.extract(unplugged_.begin()).mapped());
@@ -163,6 +186,7 @@ class ControllerLife : public ControllerRig {
     queue.runUntilIdle();
     expectSystemAsBefore();
     makeController();
+    callBack();
   }
 
   [[nodiscard]] DeviceSettings live() const {
@@ -191,6 +215,10 @@ class ControllerLife : public ControllerRig {
     if (isOff && !worker.isBusy()) {
       EXPECT_EQ(hardware.ioProcCount(), 0U) << "an engine behind a panel that shows no boost";
       EXPECT_TRUE(services.activities.empty());
+      EXPECT_EQ(controller->level(), 0.0F);
+      if (!controller->boostArmed() && !isFaulty_) {
+        expectSystemAsBefore();
+      }
     }
     EXPECT_FALSE(controller->isOn() && controller->boostArmed());
     expectRecords();
@@ -232,6 +260,7 @@ class ControllerLife : public ControllerRig {
   std::mt19937_64 random_;
   std::map<std::string, DeviceDescription> unplugged_;
   DeviceStore expected_;
+  bool isFaulty_ = false;  ///< since the latest beginning
 };
 
 // Would catch whatever only a rare order of events brings about.

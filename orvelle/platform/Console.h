@@ -5,7 +5,7 @@
 
 namespace orvelle {
 
-/// The program's two text streams. Called on the main thread.
+/// The program's two text streams. Any thread but the real-time one.
 class Console {
  public:
   Console() = default;
