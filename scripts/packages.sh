@@ -1,4 +1,10 @@
-# Sourced by the commands in the top folder: installs what is missing, and nothing else.
+# Sourced by the commands in the top folder: installs what is missing, and nothing else. Debian's
+# names; the views are compiled against the modules that they import.
+for_building=(cmake ninja-build g++ pkg-config qt6-base-dev libpipewire-0.3-dev)
+for_the_panel=(qt6-declarative-dev libxcb1-dev qml6-module-qtqml qml6-module-qtqml-models
+  qml6-module-qtqml-workerscript qml6-module-qtquick qml6-module-qtquick-layouts
+  qml6-module-qtquick-templates qml6-module-qtquick-window)
+for_a_session=(pipewire pipewire-bin pipewire-pulse libspa-0.2-modules wireplumber)
 
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then
