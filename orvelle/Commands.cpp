@@ -24,11 +24,6 @@ usage:
   orvelle appvol --pid <pid>         set one app's volume independently
          [--vol <0..3>])";
 
-int sayNotInThisVersion(const CommandLine& /*commandLine*/, const CommandHost& host) {
-  host.console.printError("The menu-bar application is not part of this version of Orvelle yet.\n");
-  return 1;
-}
-
 struct Command {
   std::string_view word;
   int (*run)(const CommandLine& commandLine, const CommandHost& host);
@@ -38,7 +33,7 @@ constexpr std::array kCommands = {
     Command{"list", listCommand},   Command{"watch", watchCommand},
     Command{"boost", boostCommand}, Command{"auto", autoCommand},
     Command{"apps", appsCommand},   Command{"appvol", appvolCommand},
-    Command{"rate", rateCommand},   Command{"gui", sayNotInThisVersion},
+    Command{"rate", rateCommand},
 };
 
 }  // namespace

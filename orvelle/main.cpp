@@ -8,13 +8,26 @@
 #include "orvelle/platform/BackEnd.h"
 #include "orvelle/platform/Clock.h"
 #include "orvelle/platform/Console.h"
+#include "orvelle/platform/Process.h"
 #include "orvelle/platform/qt/ConsoleApplication.h"
 #include "orvelle/platform/qt/QtMainQueue.h"
 
 namespace {
 
+/// That is a program of its own: the commands would pay for its libraries.
+int becomeMenuBarApp() {
+  const auto program = orvelle::packageProgram("orvelle-panel");
+  const std::string problem = orvelle::becomeProgram(program);
+  std::fprintf(stderr, "The panel is not installed here: %s: %s\n", program.c_str(),
+               problem.c_str());
+  return 1;
+}
+
 int run(int argc, char** argv) {
   const orvelle::CommandLine commandLine(std::vector<std::string>(argv, argv + argc));
+  if (commandLine.command() == "gui") {
+    return becomeMenuBarApp();
+  }
   const orvelle::ConsoleApplication application(argc, argv);
   orvelle::QtMainQueue queue;
   orvelle::SystemClock clock;

@@ -50,19 +50,6 @@ TEST_F(CommandsTest, UnknownWordPrintsTheUsageWithoutTouchingHardware) {
   EXPECT_EQ(hardware, nullptr);
 }
 
-// Would notice: a promise of the usage text that quietly does nothing.
-TEST_F(CommandsTest, WhatIsNotThereYetSaysSo) {
-  for (const std::vector<std::string>& arguments :
-       std::vector<std::vector<std::string>>{{}, {"gui"}}) {
-    console.errors.clear();
-    EXPECT_EQ(run(arguments), 1);
-    EXPECT_EQ(console.errors,
-              "The menu-bar application is not part of this version of Orvelle yet.\n");
-  }
-  EXPECT_TRUE(console.lines.empty());
-  EXPECT_EQ(hardware, nullptr);
-}
-
 // Would notice: a crash, silence or a wrong status where no audio server answers.
 TEST_F(CommandsTest, MissingHardwareIsOneLineAndStatusOne) {
   for (const std::vector<std::string>& arguments :

@@ -52,4 +52,9 @@ class HostServices {
   [[nodiscard]] virtual bool anyWindow(const std::function<bool(const WindowInfo&)>& condition) = 0;
 };
 
+class WindowList;
+
+/// Those of the platform that this build is for, whose folder defines it. `windows` outlives them.
+std::unique_ptr<HostServices> openHostServices(const WindowList& windows);
+
 }  // namespace orvelle

@@ -2,9 +2,11 @@
 
 #include <unistd.h>
 
+#include <array>
+#include <cerrno>
 #include <charconv>
 #include <fstream>
-#include <string>
+#include <system_error>
 
 namespace orvelle {
 
@@ -33,6 +35,24 @@ std::optional<std::uint64_t> processStartTime(std::int32_t pid) {
       position != std::string::npos &&
       std::from_chars(line.data() + position + 1, end, startTime).ec == std::errc{};
   return isNumber ? std::optional(startTime) : std::nullopt;
+}
+
+std::filesystem::path packageProgram(std::string_view name) {
+  std::error_code error;
+  const auto own = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+  for (const auto& folder : {own, own.parent_path() / "bin", own.parent_path() / "libexec"}) {
+    if (std::filesystem::exists(folder / name, error)) {
+      return folder / name;
+    }
+  }
+  return own / name;
+}
+
+std::string becomeProgram(const std::filesystem::path& program) {
+  std::string path = program.native();
+  std::array<char*, 2> arguments = {path.data(), nullptr};
+  execv(path.c_str(), arguments.data());
+  return std::system_category().message(errno);
 }
 
 }  // namespace orvelle

@@ -2,7 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
+#include <string>
+#include <string_view>
 
 namespace orvelle {
 
@@ -12,5 +15,13 @@ int currentProcessID();
 /// When a process began, in the system's own unit: tells a process from a later one of the same id.
 /// Absent for a process that is dead, and where the system does not tell.
 std::optional<std::uint64_t> processStartTime(std::int32_t pid);
+
+/// The file of a program that belongs to this one: beside it, as a build leaves them, or in the
+/// folders bin and libexec of the same installation. Names the place beside this one where it is
+/// nowhere.
+std::filesystem::path packageProgram(std::string_view name);
+
+/// Turns this process into `program`, without arguments. Returns only where that fails: the reason.
+std::string becomeProgram(const std::filesystem::path& program);
 
 }  // namespace orvelle

@@ -2,12 +2,15 @@
 // configuration folder elsewhere.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "orvelle/platform/Console.h"
+
 namespace orvelle {
 
-/// Values by key, kept from run to run. A value that is written is on disk when the call returns.
+/// Values by key, kept from run to run. A value that is set outlives the process.
 /// Nothing fails loudly: a store that cannot be read is empty, one that cannot be written keeps
 /// what it held. Main thread.
 class UserDefaults {
@@ -29,5 +32,9 @@ class UserDefaults {
   /// it holds aside, where the user finds it, and forgets that entry.
   virtual void keepDamagedCopy(const std::string& key) = 0;
 };
+
+/// The store of the platform that this build is for, whose folder defines it. `console` outlives
+/// it.
+std::unique_ptr<UserDefaults> openUserDefaults(Console& console);
 
 }  // namespace orvelle

@@ -89,6 +89,7 @@ std::optional<std::string> AutostartEntry::write(bool isHidden) const {
       "Type=Application\n"
       "Name=Orvelle\n"
       "Comment=Volume booster and equaliser for everything a computer plays\n"
+      "Icon=app.orvelle\n"
       "Exec=" +
       execArgument(program_.native()) +
       " gui\n"
@@ -99,17 +100,6 @@ std::optional<std::string> AutostartEntry::write(bool isHidden) const {
                          stream.write(QByteArray::fromStdString(entry)) != -1 && stream.commit();
   return isWritten ? std::nullopt
                    : std::optional(failure("write", ownFile_, stream.errorString().toStdString()));
-}
-
-std::filesystem::path runningProgram() {
-  std::error_code error;
-  std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
-  // Of a program that a package update has replaced meanwhile: its successor has the same path.
-  constexpr std::string_view mark = " (deleted)";
-  if (const std::string& text = program.native(); text.ends_with(mark) && !isThere(program)) {
-    program = text.substr(0, text.size() - mark.size());
-  }
-  return program;
 }
 
 }  // namespace orvelle

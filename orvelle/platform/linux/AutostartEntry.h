@@ -34,7 +34,4 @@ class AutostartEntry {
   std::vector<std::filesystem::path> systemFiles_;  ///< the first that is there counts
 };
 
-/// The absolute path of this program's file.
-std::filesystem::path runningProgram();
-
 }  // namespace orvelle

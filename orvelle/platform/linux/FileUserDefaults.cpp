@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -241,6 +242,10 @@ std::error_code FileUserDefaults::save() {
   unsaved_.clear();
   damagedKeys_.clear();
   return {};
+}
+
+std::unique_ptr<UserDefaults> openUserDefaults(Console& console) {
+  return std::make_unique<FileUserDefaults>(console);
 }
 
 }  // namespace orvelle

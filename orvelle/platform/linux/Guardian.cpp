@@ -9,14 +9,13 @@
 
 #include <array>
 #include <string>
-#include <system_error>
 #include <utility>
+
+#include "orvelle/platform/Process.h"
 
 namespace orvelle {
 
 namespace {
-
-constexpr const char* kProgram = "orvelle-guardian";
 
 /// Some fifty times what it takes.
 constexpr int kReadyMilliseconds = 500;
@@ -51,10 +50,7 @@ pid_t spawn(const std::filesystem::path& program, const std::filesystem::path& j
 }  // namespace
 
 std::filesystem::path guardianProgram() {
-  std::error_code error;
-  const auto folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-  const auto installed = folder.parent_path() / "libexec" / kProgram;
-  return std::filesystem::exists(installed, error) ? installed : folder / kProgram;
+  return packageProgram("orvelle-guardian");
 }
 
 Guardian::Guardian(std::filesystem::path journal)

@@ -47,7 +47,7 @@ class Guardian {
   bool isConnected_ = false;
 };
 
-/// The guardian program: beside this one, or where a package puts it.
+/// Where the guardian program is.
 std::filesystem::path guardianProgram();
 
 }  // namespace orvelle

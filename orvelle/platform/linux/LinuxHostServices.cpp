@@ -1,12 +1,13 @@
 #include "orvelle/platform/linux/LinuxHostServices.h"
 
+#include "orvelle/platform/Process.h"
 #include "orvelle/platform/linux/AlertSound.h"
 #include "orvelle/platform/linux/IdleInhibitor.h"
 
 namespace orvelle {
 
 LinuxHostServices::LinuxHostServices(const WindowList& windows)
-    : windows_(windows), autostart_(runningProgram()) {
+    : windows_(windows), autostart_(packageProgram("orvelle")) {
   // The login manager is asked one question at a time.
   busWorker_.setMaxThreadCount(1);
 }
@@ -33,6 +34,10 @@ void LinuxHostServices::playAlertSound() {
 
 bool LinuxHostServices::anyWindow(const std::function<bool(const WindowInfo&)>& condition) {
   return windows_.anyWindow(condition);
+}
+
+std::unique_ptr<HostServices> openHostServices(const WindowList& windows) {
+  return std::make_unique<LinuxHostServices>(windows);
 }
 
 }  // namespace orvelle

@@ -13,8 +13,8 @@
 
 namespace orvelle {
 
-/// Start at login by an autostart entry, staying awake by the login manager. Needs a
-/// QCoreApplication.
+/// Start at login by an autostart entry for the program "orvelle", staying awake by the login
+/// manager. Needs a QCoreApplication.
 class LinuxHostServices final : public HostServices {
  public:
   /// `windows` outlives this.

@@ -1,0 +1,228 @@
+#include "orvelle/GUIApp.h"
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QQuickWindow>
+#include <QSessionManager>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+#include "orvelle/platform/ApplicationNames.h"
+#include "orvelle/platform/BackEnd.h"
+#include "orvelle/platform/Console.h"
+#include "orvelle/platform/ThreadQueue.h"
+#include "orvelle/platform/qt/Locale.h"
+#include "orvelle/platform/qt/QtMainQueue.h"
+#include "orvelle/platform/qt/QtWindowList.h"
+
+namespace orvelle {
+
+namespace {
+
+/// At login the desktop's panel may come later than this program. A window that flashes up until
+/// then would be in the way.
+constexpr double kTrayPatienceSeconds = 2.0;
+constexpr double kRetrySeconds = 1.0;
+
+/// Qt would abort, with a crash report, where it finds no display.
+class DisplayCheck {
+ public:
+  DisplayCheck() : former_(qInstallMessageHandler(&DisplayCheck::handle)) {}
+  DisplayCheck(const DisplayCheck&) = delete;
+  DisplayCheck& operator=(const DisplayCheck&) = delete;
+  ~DisplayCheck() { qInstallMessageHandler(former_); }
+
+ private:
+  static void handle(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
+    static QString reason;
+    if (type == QtFatalMsg) {
+      std::fprintf(stderr,
+                   "Orvelle finds no display to show its panel on (%s); \"orvelle auto\" needs "
+                   "none.\n",
+                   qPrintable(reason.isEmpty() ? text.section('\n', 0, 0) : reason));
+      std::_Exit(1);
+    }
+    if (type == QtWarningMsg && reason.isEmpty()) {
+      reason = text;
+    }
+  }
+
+  QtMessageHandler former_;
+};
+
+/// What the controller stands on.
+struct World {
+  QtMainQueue queue;
+  SystemClock clock;
+  StandardConsole console;
+  std::unique_ptr<ApplicationNames> applicationNames = openApplicationNames();
+  // Before the hardware: what it holds is closed first when the process dies.
+  std::unique_ptr<UndoKeeper> undoKeeper = openUndoKeeper(console);
+  std::unique_ptr<AudioHardware> hardware;
+  ThreadQueue background;
+  std::unique_ptr<UserDefaults> defaults = openUserDefaults(console);
+  QtWindowList windows;
+  std::unique_ptr<HostServices> services = openHostServices(windows);
+};
+
+void quitOnSignals(MainQueue& queue) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction action {};
+    sigaction(signal, nullptr, &action);
+    if (action.sa_handler != SIG_IGN) {  // "nohup" wants it to stay so
+      queue.onSignal(signal, [&queue] { queue.quit(0); });
+    }
+  }
+}
+
+/// A person who has clicked on an icon sees no standard error: a box tells of a missing audio
+/// system, and goes away by itself when that has come. Null when the user has closed it, or the
+/// queue is to quit.
+std::unique_ptr<AudioHardware> connectToAudio(MainQueue& queue, Console& console) {
+  std::string problem;
+  auto hardware = openBackEnd(queue, console, problem);
+  if (hardware) {
+    return hardware;
+  }
+  console.printError(problem + "\n");
+  QMessageBox box(QMessageBox::Critical, "Orvelle", QString::fromStdString(problem),
+                  QMessageBox::Close);
+  const TimerID retries = queue.repeat(kRetrySeconds, kRetrySeconds, [&] {
+    hardware = openBackEnd(queue, console, problem);
+    if (hardware) {
+      queue.cancel(retries);
+      box.accept();
+    }
+  });
+  box.exec();
+  queue.cancel(retries);
+  return hardware;
+}
+
+/// Called by `exit`, with which Qt ends a process whose display has gone away. Nothing of Qt can be
+/// used or taken apart any more.
+void endWithoutDisplay() {
+  AppDelegate::applicationWillTerminate();
+  std::_Exit(1);
+}
+
+std::unique_ptr<AudioController> makeController(World& world) {
+  return std::make_unique<AudioController>(
+      ControllerHost{{*world.hardware, world.queue, world.clock, world.console, *world.undoKeeper},
+                     world.background,
+                     *world.defaults,
+                     *world.services,
+                     *world.applicationNames});
+}
+
+void configureApplication() {
+  QGuiApplication::setApplicationDisplayName("Orvelle");
+  QGuiApplication::setDesktopFileName("app.orvelle");
+  QGuiApplication::setQuitOnLastWindowClosed(false);
+  // The panel has no use for a graphics processor, whose libraries take more memory than all else.
+  QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+  // The user's own switch decides whether it runs after the next login, not what runs at logout.
+  QObject::connect(qApp, &QGuiApplication::saveStateRequest, [](QSessionManager& session) {
+    session.setRestartHint(QSessionManager::RestartNever);
+  });
+}
+
+}  // namespace
+
+bool AppDelegate::applicationWillTerminate() {
+  return AudioController::shared().shutdown();
+}
+
+int OrvelleMenuBarApp::main(int& argc, char** argv) {
+  useUtf8();
+  std::optional<DisplayCheck> displayCheck(std::in_place);
+  const QApplication application(argc, argv);
+  displayCheck.reset();
+  keepNumbersPlain();
+  configureApplication();
+
+  std::optional<SingleInstance> instance(std::in_place);
+  if (!instance->isFirst()) {
+    if (instance->callFirst()) {
+      return 0;
+    }
+    std::fputs("Orvelle is running already, but does not answer.\n", stderr);
+    return 1;
+  }
+
+  World world;
+  quitOnSignals(world.queue);
+  world.hardware = connectToAudio(world.queue, world.console);
+  if (!world.hardware) {
+    return 1;
+  }
+  AudioController::provideShared([&world] { return makeController(world); });
+  AudioController& controller = AudioController::shared();
+  std::atexit(endWithoutDisplay);
+
+  int status = 0;
+  {
+    const OrvelleMenuBarApp app(controller, world.queue, *instance);
+    status = world.queue.run();
+    if (!AppDelegate::applicationWillTerminate()) {
+      world.console.printError("The audio system does not respond; left to the guardian.\n");
+    }
+  }
+  instance.reset();
+  // The controller lives as long as the process, and the world under it with it.
+  std::_Exit(status);
+}
+
+OrvelleMenuBarApp::OrvelleMenuBarApp(AudioController& controller, MainQueue& queue,
+                                     SingleInstance& instance)
+    : controller_(controller),
+      queue_(queue),
+      instance_(instance),
+      look_(openDesktopLook()),
+      trayHost_(openTrayHost()),
+      icon_(*trayHost_, *look_, controller_),
+      panel_(controller_, *look_) {
+  QObject::connect(&icon_, &TrayIcon::isShownChanged, &icon_, [this] { trayChanged(); });
+  QObject::connect(&icon_, &TrayIcon::clicked, &icon_,
+                   [this] { panel_.toggleByIcon(icon_.geometry()); });
+  QObject::connect(&panel_, &PanelWindow::quitRequested, &panel_, [this] { queue_.quit(0); });
+  QObject::connect(&panel_, &PanelWindow::loadFailed, &panel_, [this] { queue_.quit(1); });
+  QObject::connect(&panel_, &PanelWindow::plainClosed, &panel_, [this] { plainWindowClosed(); });
+  instance_.onCall = [this] { openPanel(); };
+  trayPatience_ = queue_.postAfter(kTrayPatienceSeconds, [this] {
+    if (!icon_.isShown()) {
+      panel_.openPlain();
+    }
+  });
+}
+
+OrvelleMenuBarApp::~OrvelleMenuBarApp() {
+  instance_.onCall = nullptr;
+  queue_.cancel(trayPatience_);
+}
+
+void OrvelleMenuBarApp::openPanel() {
+  if (icon_.isShown()) {
+    panel_.openByIcon(icon_.geometry());
+  } else {
+    panel_.openPlain();
+  }
+}
+
+void OrvelleMenuBarApp::trayChanged() {
+  if (icon_.isShown()) {
+    panel_.closePlainUnlessActive();
+  }
+}
+
+/// Without an icon, nothing would show any more that the program runs.
+void OrvelleMenuBarApp::plainWindowClosed() {
+  if (!icon_.isShown()) {
+    queue_.quit(0);
+  }
+}
+
+}  // namespace orvelle
