@@ -30,9 +30,8 @@ struct Command {
 };
 
 constexpr std::array kCommands = {
-    Command{"list", listCommand},   Command{"watch", watchCommand},
-    Command{"boost", boostCommand}, Command{"auto", autoCommand},
-    Command{"apps", appsCommand},   Command{"appvol", appvolCommand},
+    Command{"list", listCommand}, Command{"watch", watchCommand}, Command{"boost", boostCommand},
+    Command{"auto", autoCommand}, Command{"apps", appsCommand},   Command{"appvol", appvolCommand},
     Command{"rate", rateCommand},
 };
 
