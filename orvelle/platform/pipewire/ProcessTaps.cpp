@@ -71,7 +71,9 @@ struct ProcessTaps::Tap {
     /// The session has told that it is sent to a tap: every other target from now on is a wish.
     bool hasArrived = false;
     bool isNoted = false;  ///< the session keeps `target`, too
-    int wishes = 0;        ///< how often it has been sent elsewhere meanwhile
+    /// The session manager remembers again what it remembered before.
+    bool isRemembered = false;
+    int wishes = 0;  ///< how often it has been sent elsewhere meanwhile
   };
 
   TapDescription description;
@@ -189,6 +191,7 @@ void ProcessTaps::update() {
   if (!session_.hasMetadata(kMetadata)) {
     return;
   }
+  bool isUnknown = false;
   for (auto& [id, tap] : taps_) {
     keepSink(*tap);
     std::erase_if(tap->streams,
@@ -199,9 +202,12 @@ void ProcessTaps::update() {
     }
     for (const Node* node : session_.nodes()) {
       if (tap->taps(processes_.processOf(*node))) {
-        take(*tap, *node);
+        isUnknown |= take(*tap, *node);
       }
     }
+  }
+  if (isUnknown) {
+    session_.readMetadataAgain(kMetadata);
   }
 }
 
@@ -218,15 +224,17 @@ void ProcessTaps::keepSink(Tap& tap) {
 
 /// Sends the stream to the tap, also when somebody has sent it elsewhere meanwhile: that is where
 /// it goes when it is given back. Another tap's stream is left alone: two that take it from each
-/// other would never end.
-void ProcessTaps::take(Tap& tap, const Node& stream) {
+/// other would never end. Says whether it has arrived and nobody knows what the session manager
+/// remembers for it: not before, as what is said of it meanwhile would not reach the guardian.
+bool ProcessTaps::take(Tap& tap, const Node& stream) {
   const auto target = targetOf(session_, stream.id);
   const auto [entry, isNew] =
       tap.streams.try_emplace(stream.id, Tap::Taken{isTap(target) ? std::nullopt : target});
   Tap::Taken& taken = entry->second;
   if (isTap(target)) {
-    taken.hasArrived = true;
-    return;
+    const bool isFirstSeen = !std::exchange(taken.hasArrived, true);
+    taken.isRemembered = taken.isRemembered || target->value != tap.name || remember(stream.id);
+    return isFirstSeen && !taken.isRemembered;
   }
   // Until the session has told of our order, the target may still be the one from before.
   const bool isWish = !isNew && (taken.hasArrived || target != taken.target);
@@ -237,8 +245,9 @@ void ProcessTaps::take(Tap& tap, const Node& stream) {
       set(stream.id, kFormerTargetKey, target);
       taken.isNoted = target.has_value();
     }
-    send(stream.id, MetadataEntry{kNameType, tap.name});
+    taken.isRemembered = send(stream.id, MetadataEntry{kNameType, tap.name});
   }
+  return false;
 }
 
 void ProcessTaps::drop() {
@@ -270,15 +279,22 @@ void ProcessTaps::releaseAbandoned() {
   }
 }
 
-/// Absent: to where it would go by itself.
-void ProcessTaps::send(std::uint32_t stream, const std::optional<MetadataEntry>& target) {
+/// Absent: to where it would go by itself. Says what `remember` says.
+bool ProcessTaps::send(std::uint32_t stream, const std::optional<MetadataEntry>& target) {
   set(stream, kTargetKey, target);
-  if (const auto remembered = session_.metadataEntry(kMetadata, stream, kRememberedKey)) {
-    // The session manager has just forgotten it for the application's next streams. Only a change
-    // makes it take note.
+  return remember(stream);
+}
+
+/// The session manager forgets the output that it remembers for the application's next streams when
+/// it hears of a target that is a name, or of none. Says whether there is such an output.
+bool ProcessTaps::remember(std::uint32_t stream) {
+  const auto remembered = session_.metadataEntry(kMetadata, stream, kRememberedKey);
+  if (remembered) {
+    // Only a change makes it take note.
     set(stream, kRememberedKey, std::nullopt);
     set(stream, kRememberedKey, remembered);
   }
+  return remembered.has_value();
 }
 
 /// Absent: removes the entry.

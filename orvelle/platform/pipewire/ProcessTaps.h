@@ -59,10 +59,11 @@ class ProcessTaps {
   struct Tap;
 
   [[nodiscard]] const Tap* find(std::string_view uuid) const;
-  void take(Tap& tap, const Node& stream);
+  bool take(Tap& tap, const Node& stream);
   void giveBack(Tap& tap);
   void keepSink(Tap& tap);
-  void send(std::uint32_t stream, const std::optional<MetadataEntry>& target);
+  bool send(std::uint32_t stream, const std::optional<MetadataEntry>& target);
+  bool remember(std::uint32_t stream);
   void set(std::uint32_t stream, const char* key, const std::optional<MetadataEntry>& entry);
   [[nodiscard]] bool areStreamsIn(const Tap& tap, bool wanted) const;
 

@@ -162,19 +162,32 @@ void Session::Events::addClient(std::uint32_t id, Properties&& properties) {
   session.clients_[id] = std::move(bound);
 }
 
-void Session::Events::addMetadata(std::uint32_t id, const Properties& properties) {
+void Session::Events::listen(pw_proxy*& proxy, spa_hook& hook, BoundMetadata& metadata,
+                             std::uint32_t id) {
   static const pw_metadata_events kEvents = [] {
     pw_metadata_events events{};
     events.version = PW_VERSION_METADATA_EVENTS;
     events.property = metadataProperty;
     return events;
   }();
-  auto bound = std::make_unique<BoundMetadata>(session, valueOf(properties, "metadata.name"));
-  bound->proxy = static_cast<pw_proxy*>(
+  proxy = static_cast<pw_proxy*>(
       pw_registry_bind(registry, id, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
-  pw_metadata_add_listener(reinterpret_cast<pw_metadata*>(bound->proxy), &bound->hook, &kEvents,
-                           bound.get());
+  pw_metadata_add_listener(reinterpret_cast<pw_metadata*>(proxy), &hook, &kEvents, &metadata);
+}
+
+void Session::Events::addMetadata(std::uint32_t id, const Properties& properties) {
+  auto bound = std::make_unique<BoundMetadata>(session, valueOf(properties, "metadata.name"));
+  listen(bound->proxy, bound->hook, *bound, id);
   session.metadata_[id] = std::move(bound);
+}
+
+void Session::readMetadataAgain(std::string_view metadata) {
+  for (const auto& [id, bound] : metadata_) {
+    if (bound->name == metadata && isConnected_) {
+      bound->again = std::make_unique<BoundMetadata::Reading>();
+      events_->listen(bound->again->proxy, bound->again->hook, *bound, id);
+    }
+  }
 }
 
 void Session::Events::addPort(std::uint32_t id, const Properties& properties) {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -63,11 +64,24 @@ struct Session::BoundClient {
 };
 
 struct Session::BoundMetadata {
+  /// A further binding, which hears every entry from the beginning.
+  struct Reading {
+    pw_proxy* proxy = nullptr;
+    spa_hook hook{};
+
+    Reading() = default;
+    Reading(const Reading&) = delete;
+    Reading& operator=(const Reading&) = delete;
+    ~Reading() { unbind(*this); }
+  };
+
   Session& session;
   std::string name;
   std::map<std::pair<std::uint32_t, std::string>, MetadataEntry> values;
   pw_proxy* proxy = nullptr;
   spa_hook hook{};
+  /// The last one. It stays: nobody tells when it has heard everything.
+  std::unique_ptr<Reading> again;
 
   BoundMetadata(Session& owner, std::string_view metadataName)
       : session(owner), name(metadataName) {}
@@ -97,6 +111,8 @@ struct Session::Events {
   void addClient(std::uint32_t id, Properties&& properties);
   void addMetadata(std::uint32_t id, const Properties& properties);
   void addPort(std::uint32_t id, const Properties& properties);
+  /// What it hears goes to `metadata`.
+  void listen(pw_proxy*& proxy, spa_hook& hook, BoundMetadata& metadata, std::uint32_t id);
 
   static void nodeInfo(void* data, const pw_node_info* info);
   static void nodeParam(void* data, int seq, std::uint32_t id, std::uint32_t index,
