@@ -51,13 +51,17 @@ TEST_F(BoostEngineTest, AggregateIsPrivateAndLedByTheRealOutput) {
             1);
 }
 
-// Fault: the loopback keeps a volume of its own, or takes the fed output's where another device was
-// the default: the system's control would jump.
-TEST_F(BoostEngineTest, LoopbackTakesOverTheVolumeOfTheFormerDefault) {
-  hardware.plug(stereoOutput(kHeadphones, kAudioDeviceTransportTypeUSB, 0.3F));
+// Fault: the loopback keeps a volume or a mute from an earlier life, or takes the fed output's
+// volume where another device was the default: the system's control would jump.
+TEST_F(BoostEngineTest, LoopbackTakesOverTheLevelOfTheFormerDefault) {
+  DeviceDescription headphones = stereoOutput(kHeadphones, kAudioDeviceTransportTypeUSB, 0.3F);
+  headphones.mute.reset();
+  hardware.plug(headphones);
+  hardware.setMute(kLoopback, true);
   hardware.chooseDefaultOutput(kHeadphones);
   rig.start();
   EXPECT_EQ(rig.volume(kLoopback), 0.3F);
+  EXPECT_FALSE(*hardware.device(kLoopback).mute);
   EXPECT_EQ(rig.volume(kHeadphones), 0.3F);
   EXPECT_EQ(rig.volume(kSpeakers), 1.0F);
 }
