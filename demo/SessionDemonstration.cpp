@@ -159,8 +159,7 @@ bool report(const Level& before, const Level& after, const std::filesystem::path
 
 void writeRecording(const std::filesystem::path& path, const instruments::Recording& recording) {
   instruments::writeWave(
-      path, {.rate = static_cast<int>(recording.rate()), .channels = recording.channels},
-      instruments::WaveFormat::float32);
+      path, {.rate = static_cast<int>(recording.rate()), .channels = recording.channels});
 }
 
 int demonstrate(const std::string& program, const std::filesystem::path& directory) {
@@ -170,8 +169,7 @@ int demonstrate(const std::string& program, const std::filesystem::path& directo
   const Music music = composeMusic(kMusicPeakDbfs);
   const std::filesystem::path musicPath = session.directory() / "music.wav";
   instruments::writeWave(musicPath,
-                         {.rate = Music::sampleRate, .channels = {music.left, music.right}},
-                         instruments::WaveFormat::float32);
+                         {.rate = Music::sampleRate, .channels = {music.left, music.right}});
 
   std::printf("A private session with stand-in devices, as the program sees it:\n");
   instruments::Subprocess list({program, "list"}, session.environment());

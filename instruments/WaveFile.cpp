@@ -1,9 +1,7 @@
 #include "instruments/WaveFile.h"
 
-#include <algorithm>
 #include <array>
 #include <bit>
-#include <cmath>
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
@@ -15,7 +13,6 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little, "WAV files are little endian");
 
-constexpr std::uint16_t formatInteger = 1;
 constexpr std::uint16_t formatFloat = 3;
 
 struct FormatChunk {
@@ -41,18 +38,12 @@ void appendChunk(std::string& bytes, std::string_view name, std::string_view con
   bytes.append(content);
 }
 
-std::int16_t toInteger16(float sample) {
-  const float scaled = std::round(sample * 32768.0F);
-  return static_cast<std::int16_t>(std::clamp(scaled, -32768.0F, 32767.0F));
-}
-
 }  // namespace
 
-void writeWave(const std::filesystem::path& path, const WaveFile& wave, WaveFormat format) {
-  const bool isFloat = format == WaveFormat::float32;
-  const std::uint16_t bytesPerSample = isFloat ? 4 : 2;
+void writeWave(const std::filesystem::path& path, const WaveFile& wave) {
+  constexpr std::uint16_t bytesPerSample = sizeof(float);
   FormatChunk description;
-  description.format = isFloat ? formatFloat : formatInteger;
+  description.format = formatFloat;
   description.channels = static_cast<std::uint16_t>(wave.channels.size());
   description.rate = static_cast<std::uint32_t>(wave.rate);
   description.bytesPerFrame = static_cast<std::uint16_t>(description.channels * bytesPerSample);
@@ -62,11 +53,7 @@ void writeWave(const std::filesystem::path& path, const WaveFile& wave, WaveForm
   std::string samples;
   for (std::size_t frame = 0; frame < wave.channels.at(0).size(); ++frame) {
     for (const std::vector<float>& channel : wave.channels) {
-      if (isFloat) {
-        append(samples, channel.at(frame));
-      } else {
-        append(samples, toInteger16(channel.at(frame)));
-      }
+      append(samples, channel.at(frame));
     }
   }
 

@@ -46,9 +46,8 @@ int appsCommand(const CommandLine& /*commandLine*/, const CommandHost& host) {
     return 1;
   }
   const ProcessAudio processAudio(*hardware);
-  std::vector<AudioProcessInfo> processes = processAudio.all();
-  const std::size_t total = processes.size();
-  std::erase_if(processes, [](const AudioProcessInfo& process) { return !process.isOutputting; });
+  const std::size_t total = processAudio.processObjectIDs().size();
+  const std::vector<AudioProcessInfo> processes = processAudio.outputting();
   host.console.print("Audio processes (" + std::to_string(total) + " total, " +
                      std::to_string(processes.size()) + " playing now):\n");
   for (const auto& [name, process] : processAudio.sortedByName(processes, host.applicationNames)) {

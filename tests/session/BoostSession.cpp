@@ -190,7 +190,7 @@ std::unique_ptr<Subprocess> BoostSession::startPlayer(const std::string& player,
     channel.resize(channel.size() + static_cast<std::size_t>(wave.rate) / 4, 0.0F);
   }
   const auto file = session_.directory() / ("played" + std::to_string(++playedFiles_) + ".wav");
-  writeWave(file, wave, WaveFormat::float32);
+  writeWave(file, wave);
   const std::size_t before = playbackStreams();
   auto process =
       std::make_unique<Subprocess>(std::vector<std::string>{player, file}, session_.environment());

@@ -62,7 +62,7 @@ std::unique_ptr<Subprocess> HardwareSession::startPlayer(const std::string& prog
   const auto file = session_->directory() / (std::to_string(level) + ".wav");
   constexpr int rate = 48000;
   const std::vector<float> constant(std::size_t{30} * rate, level);
-  writeWave(file, {rate, {constant, constant}}, WaveFormat::float32);
+  writeWave(file, {rate, {constant, constant}});
   return std::make_unique<Subprocess>(std::vector<std::string>{program, file},
                                       session_->environment());
 }

@@ -69,7 +69,7 @@ TEST(Instruments, NoticesAGap) {
   EXPECT_LT(session.startSeconds(), 2.0);
   const auto file = session.directory() / "constant.wav";
   const std::vector<float> constant(96000, 0.1F);
-  writeWave(file, {48000, {constant, constant}}, WaveFormat::float32);
+  writeWave(file, {48000, {constant, constant}});
   Recorder recorder("hw_usb");
   Subprocess player({"pw-play", "--latency=1024", file}, session.environment());
   std::this_thread::sleep_for(milliseconds(700));
