@@ -8,6 +8,7 @@
 #include <cmath>
 #include <csignal>
 #include <random>
+#include <sstream>
 #include <thread>
 
 #include "instruments/HotPlug.h"
@@ -54,7 +55,10 @@ class Soak {
     std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(
         std::uniform_real_distribution(0.0, ms)(random_)));
   }
-  void tell(const std::string& what) { story_ += what + "\n"; }
+  void tell(const std::string& what) {
+    story_ += what + "\n";
+    events_.assign(1, {what, monotonicNanoseconds()});
+  }
 
   // What happens.
 
@@ -150,15 +154,39 @@ class Soak {
 
   void expectInvariants() {
     std::string problem;
-    const bool isRight =
-        SessionClient::waitFor([&] { return (problem = firstProblem()).empty(); }, settlingTime);
+    const auto isInOrder = [&] {
+      const std::string before = std::exchange(problem, firstProblem());
+      if (problem != before) {
+        events_.emplace_back(problem.empty() ? "in order" : problem, monotonicNanoseconds());
+      }
+      return problem.empty();
+    };
+    const bool isRight = SessionClient::waitFor(isInOrder, settlingTime);
     EXPECT_TRUE(isRight) << problem;
-    const double excess = millisecondsAbove(std::max(loudestAllowed_, allowedPeak()), usb_->take());
+    const Recording heard = usb_->take();
+    const double excess = millisecondsAbove(std::max(loudestAllowed_, allowedPeak()), heard);
     if (!std::exchange(isExcessAllowed_, false)) {
       worstExcessMs_ = std::max(worstExcessMs_, excess);
-      EXPECT_LE(excess, longestExcessMs) << "too loud";
+      EXPECT_LE(excess, longestExcessMs) << "too loud\n" << timesSince(heard.timeAt(0));
     }
     EXPECT_TRUE(!program_ || !program_->wait(milliseconds(0)).has_value()) << "it has ended";
+  }
+
+  /// What happened, for a failure, in milliseconds.
+  std::string timesSince(std::int64_t beginNs) {
+    std::ostringstream text;
+    const auto add = [&](const std::string& what, std::int64_t atNs) {
+      if (atNs >= beginNs) {
+        text << static_cast<double>(atNs - beginNs) * 1e-6 << " ms: " << what << "\n";
+      }
+    };
+    for (const auto& [what, atNs] : events_) {
+      add(what, atNs);
+    }
+    for (const DefaultChange& change : session_.panel().defaultChanges()) {
+      add("default output " + change.name, change.timeNs);
+    }
+    return text.str();
   }
 
   std::string firstProblem() {
@@ -203,6 +231,8 @@ class Soak {
   Probe probe_{sineSignal(sineHz, sineAmplitude), {}};
   std::unique_ptr<Recorder> usb_;
   std::string story_;
+  /// Of this step, with CLOCK_MONOTONIC.
+  std::vector<std::pair<std::string, std::int64_t>> events_;
 };
 
 }  // namespace
