@@ -6,8 +6,9 @@
 
 namespace orvelle {
 
-/// Runs one command of the console (all but "gui") to its end and returns the exit status: 0 success (also after the usage text
-/// for an unknown word), 1 a failure told on standard error, 2 wrong use of a command. Main thread.
+/// Runs one command of the console (all but "gui") to its end and returns the exit status: 0
+/// success (also after the usage text for an unknown word), 1 a failure told on standard error, 2
+/// wrong use of a command. Main thread.
 int runCommand(const CommandLine& commandLine, const CommandHost& host);
 
 }  // namespace orvelle

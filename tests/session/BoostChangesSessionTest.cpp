@@ -192,9 +192,7 @@ TEST(BoostChanges, LeavesAPlayableSessionWhenKilled) {
 /// Waits a tenth of what is asked: two hundred starts wait a hundred milliseconds each.
 class HastyClock final : public SystemClock {
  public:
-  void sleep(double seconds) override {
-    SystemClock::sleep(seconds / 10.0);
-  }
+  void sleep(double seconds) override { SystemClock::sleep(seconds / 10.0); }
 };
 
 // Would catch whatever a start leaves behind: a node, a link, a thread, a descriptor.
