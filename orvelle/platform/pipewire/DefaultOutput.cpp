@@ -119,8 +119,6 @@ std::string DefaultOutput::noted(const char* key) const {
 }
 
 void DefaultOutput::awaitPending() {
-  // While some client connected, changes may have passed us by.
-  session_.readMetadataAgain(kMetadata);
   note(kFenceKey, "passed");
   session_.waitUntil([&] { return !noted(kFenceKey).empty(); }, kMoveSeconds);
   session_.setMetadata(kMetadata, 0, kFenceKey, nullptr, nullptr);

@@ -315,6 +315,12 @@ OSStatus PipeWireHardware::stopDevice(AudioObjectID device, AudioDeviceIOProcID 
 
 OSStatus PipeWireHardware::createProcessTap(const TapDescription& description, AudioObjectID& tap) {
   const Session::Lock lock(*parts_->session);
+  if (parts_->session->hasMetadata("default")) {
+    // What the session manager remembers for a stream has to be known before it is sent elsewhere.
+    parts_->session->roundTrip();
+    parts_->session->readMetadataAgain("default");
+    parts_->defaultOutput.awaitPending();
+  }
   return parts_->taps.create(description, tap);
 }
 

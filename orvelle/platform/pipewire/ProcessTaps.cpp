@@ -191,7 +191,6 @@ void ProcessTaps::update() {
   if (!session_.hasMetadata(kMetadata)) {
     return;
   }
-  bool isUnknown = false;
   for (auto& [id, tap] : taps_) {
     keepSink(*tap);
     std::erase_if(tap->streams,
@@ -202,12 +201,9 @@ void ProcessTaps::update() {
     }
     for (const Node* node : session_.nodes()) {
       if (tap->taps(processes_.processOf(*node))) {
-        isUnknown |= take(*tap, *node);
+        take(*tap, *node);
       }
     }
-  }
-  if (isUnknown) {
-    session_.readMetadataAgain(kMetadata);
   }
 }
 
@@ -224,17 +220,16 @@ void ProcessTaps::keepSink(Tap& tap) {
 
 /// Sends the stream to the tap, also when somebody has sent it elsewhere meanwhile: that is where
 /// it goes when it is given back. Another tap's stream is left alone: two that take it from each
-/// other would never end. Says whether it has arrived and nobody knows what the session manager
-/// remembers for it: not before, as what is said of it meanwhile would not reach the guardian.
-bool ProcessTaps::take(Tap& tap, const Node& stream) {
+/// other would never end.
+void ProcessTaps::take(Tap& tap, const Node& stream) {
   const auto target = targetOf(session_, stream.id);
   const auto [entry, isNew] =
       tap.streams.try_emplace(stream.id, Tap::Taken{isTap(target) ? std::nullopt : target});
   Tap::Taken& taken = entry->second;
   if (isTap(target)) {
-    const bool isFirstSeen = !std::exchange(taken.hasArrived, true);
+    taken.hasArrived = true;
     taken.isRemembered = taken.isRemembered || target->value != tap.name || remember(stream.id);
-    return isFirstSeen && !taken.isRemembered;
+    return;
   }
   // Until the session has told of our order, the target may still be the one from before.
   const bool isWish = !isNew && (taken.hasArrived || target != taken.target);
@@ -247,7 +242,6 @@ bool ProcessTaps::take(Tap& tap, const Node& stream) {
     }
     taken.isRemembered = send(stream.id, MetadataEntry{kNameType, tap.name});
   }
-  return false;
 }
 
 void ProcessTaps::drop() {

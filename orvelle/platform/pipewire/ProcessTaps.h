@@ -59,7 +59,7 @@ class ProcessTaps {
   struct Tap;
 
   [[nodiscard]] const Tap* find(std::string_view uuid) const;
-  bool take(Tap& tap, const Node& stream);
+  void take(Tap& tap, const Node& stream);
   void giveBack(Tap& tap);
   void keepSink(Tap& tap);
   bool send(std::uint32_t stream, const std::optional<MetadataEntry>& target);

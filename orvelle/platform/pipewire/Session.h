@@ -82,8 +82,8 @@ class Session {
   bool setMetadata(std::string_view metadata, std::uint32_t subject, const char* key,
                    const char* type, const char* value);
   /// Has every entry told once more. What is said of an object is told only to connections that
-  /// have spoken since it appeared: for a new object the mirror may lack what was said of it at
-  /// once. Until it has been told, PipeWire up to 0.3 tells nobody else what changes.
+  /// have made a round trip since it appeared: for a new object the mirror may lack what was said
+  /// of it at once. Until it has been told, PipeWire up to 0.3 tells nobody else what changes.
   void readMetadataAgain(std::string_view metadata);
   /// Volume and mute of the node itself.
   void setNodeLevel(std::uint32_t node, const ChannelLevel& level);
