@@ -17,6 +17,7 @@ T.Button {
     Keys.onReturnPressed: clicked()
     Keys.onEnterPressed: clicked()
     Accessible.name: text
+    Accessible.onPressAction: clicked()
 
     background: ButtonFace {
         isDown: control.down

@@ -16,6 +16,7 @@ T.Button {
     Keys.onReturnPressed: clicked()
     Keys.onEnterPressed: clicked()
     Accessible.name: text
+    Accessible.onPressAction: clicked()
 
     background: Item {
         FocusRing {

@@ -1,11 +1,16 @@
 // The application on a real audio system: however it ends, that sounds as before.
+#include <cmath>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 
 #include "instruments/DesktopPanel.h"
+#include "instruments/Probe.h"
+#include "instruments/Recorder.h"
+#include "tests/session/BoostSession.h"
 #include "tests/shell/ShellRig.h"
 
 namespace orvelle {
@@ -50,6 +55,21 @@ class ShellSession : public ShellRig {
     putUpNotifierHost();
   }
 
+  /// As assistive technology does; while it waits, the hosts are served.
+  void operate(const std::vector<std::string>& orders) {
+    std::vector<std::string> command = {"/usr/bin/python3", ORVELLE_OPERATE};
+    command.insert(command.end(), orders.begin(), orders.end());
+    Subprocess hand(command, environment);
+    ASSERT_TRUE(
+        eventually([&] { return hand.wait(milliseconds(0)).has_value(); }, milliseconds(15000)));
+    EXPECT_EQ(hand.wait(milliseconds(0)), 0) << hand.standardError();
+  }
+
+  std::string settings() const {
+    std::ifstream file(environment.at("XDG_CONFIG_HOME") + "/orvelle/orvelle.conf");
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
   /// How often the main thread has gone to sleep, and so has been woken.
   long wakeUps() const {
     std::ifstream status("/proc/" + std::to_string(program->pid()) + "/status");
@@ -87,6 +107,42 @@ TEST_F(ShellSession, EveryWayLeadsThroughShutdown) {
   boost();
   display->signal(SIGKILL);
   expectPutBack("end of the display", 1);
+}
+
+// Fault: a control that assistive technology cannot find or move, one that moves without effect,
+// and a level that is not what the panel says.
+TEST_F(ShellSession, IsOperatedByAssistiveTechnology) {
+  const double toneHz = 1000.0;  // of a band
+  environment["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1";
+  const instruments::Recorder recorder(kOutput);
+  const instruments::Probe tone(
+      instruments::sineSignal(toneHz, static_cast<float>(std::pow(10.0, -30.0 / 20.0))), {});
+  const auto level = [&] {
+    EXPECT_TRUE(recorder.waitFor(milliseconds(600)));
+    return instruments::levelNow(recorder, toneHz);
+  };
+  const double direct = level();
+  program = launch(panelProgram());
+  ASSERT_TRUE(eventually([this] { return hasIcon(); }));
+  openPanel();
+
+  operate({"press Orvelle", "set Volume Boost=4"});
+  ASSERT_TRUE(eventually([this] { return volume() == 1.0F; }));
+  EXPECT_NEAR(level() - direct, 12.04, 0.1);
+  operate({"press EQ", "press Preset", "press Custom", "set 1 kHz=6"});
+  EXPECT_NEAR(level() - direct, 18.04, 0.1);
+  operate({"focus Name this preset"});
+  input({"type", "Evening"});
+  operate({"press Save"});
+  EXPECT_TRUE(eventually([this] { return settings().find("Evening") != std::string::npos; }));
+  operate({"press Preset", "press Flat"});
+  EXPECT_NEAR(level() - direct, 12.04, 0.1);
+  operate({"press Preset", "press ★ Evening"});
+  EXPECT_NEAR(level() - direct, 18.04, 0.1);
+  operate({"press Delete"});
+  EXPECT_TRUE(eventually([this] { return settings().find("Evening") == std::string::npos; }));
+  operate({"press Quit Orvelle"});
+  expectPutBack("assistive technology", 0);
 }
 
 // Fault: a battery emptied by a panel that nobody looks at.
