@@ -110,7 +110,7 @@ TEST_F(AutostartTest, AnyPathIsStarted) {
     fs::remove(folder() / name);
     EXPECT_FALSE(entry.isEnabled()) << name << " has been uninstalled";
   }
-  // By the rules of the Desktop Entry Specification, without this program's own reading.
+  // By the rules of desktop entries, without this program's own reading.
   ASSERT_EQ(AutostartEntry("/a \"b\" 100%f $c `d` \\e").enable(), std::nullopt);
   EXPECT_NE(read(entry("user"))
                 .find(R"(Exec="/a \\"b\\" 100%%f \\$c \\`d\\` \\\\e" gui)"
