@@ -163,7 +163,7 @@ void Session::Events::addClient(std::uint32_t id, Properties&& properties) {
 }
 
 void Session::Events::listen(pw_proxy*& proxy, spa_hook& hook, BoundMetadata& metadata,
-                             std::uint32_t id) {
+                             std::uint32_t id) const {
   static const pw_metadata_events kEvents = [] {
     pw_metadata_events events{};
     events.version = PW_VERSION_METADATA_EVENTS;

@@ -112,7 +112,7 @@ struct Session::Events {
   void addMetadata(std::uint32_t id, const Properties& properties);
   void addPort(std::uint32_t id, const Properties& properties);
   /// What it hears goes to `metadata`.
-  void listen(pw_proxy*& proxy, spa_hook& hook, BoundMetadata& metadata, std::uint32_t id);
+  void listen(pw_proxy*& proxy, spa_hook& hook, BoundMetadata& metadata, std::uint32_t id) const;
 
   static void nodeInfo(void* data, const pw_node_info* info);
   static void nodeParam(void* data, int seq, std::uint32_t id, std::uint32_t index,
