@@ -119,10 +119,14 @@ TEST_F(Standby, StaysAwakeWhereItMust) {
   heard();
   queue.advance(4.1);
   EXPECT_TRUE(controller->isOn());
-  hardware.plug(stereoOutput("buds", kAudioDeviceTransportTypeBluetooth));
-  queue.advance(30.0);
-  EXPECT_TRUE(controller->isOn());
-  hardware.unplug("buds");
+  for (const std::uint32_t radio :
+       {kAudioDeviceTransportTypeBluetooth, kAudioDeviceTransportTypeBluetoothLE}) {
+    hardware.plug(stereoOutput("buds", radio));
+    queue.advance(30.0);
+    EXPECT_TRUE(controller->isOn());
+    hardware.unplug("buds");
+    queue.advance(2.1);
+  }
   controller->setIdleStandbyEnabled(false);
   queue.advance(30.0);
   EXPECT_TRUE(controller->isOn());

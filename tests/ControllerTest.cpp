@@ -1,5 +1,6 @@
 // The life of the boost behind the panel: Off, Starting, On, and back, whatever comes between.
 #include <cmath>
+#include <filesystem>
 #include <optional>
 
 #include "orvelle/platform/ThreadQueue.h"
@@ -260,6 +261,23 @@ TEST_F(Controller, StartsEachOutputNoLouderThanItIsMeantToBe) {
   hardware.plug(stereoOutput(kSpeakers, kAudioDeviceTransportTypeBuiltIn, 0.5F));
   queue.runUntilIdle();
   EXPECT_EQ(hardware.defaultOutputUID(), kSpeakers) << "what could not be put back then, is now";
+}
+
+// Would catch a warning that stays when its driver is gone, or comes with the next start only.
+TEST_F(Controller, NoticesDriversWithTheNextDevice) {
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::path(testing::TempDir()) / "orvelle-controller-drivers";
+  controller = std::make_unique<AudioController>(ControllerHost{
+      {hardware, queue, worker, console}, worker, defaults, services, names, folder});
+  EXPECT_TRUE(controller->activeHALConflicts().empty());
+  fs::create_directories(folder / "BoomAudio.driver");
+  hardware.plug(stereoOutput("usb", kAudioDeviceTransportTypeUSB));
+  queue.runUntilIdle();
+  EXPECT_EQ(controller->activeHALConflicts(), QStringList{"BoomAudio.driver"});
+  fs::remove_all(folder);
+  hardware.unplug("usb");
+  queue.runUntilIdle();
+  EXPECT_TRUE(controller->activeHALConflicts().empty());
 }
 
 // Would catch a tapped application that is left behind on an output that is none any more.
