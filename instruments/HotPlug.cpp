@@ -6,7 +6,7 @@
 
 namespace orvelle::instruments {
 namespace {
-constexpr std::chrono::milliseconds limit{2000};
+constexpr std::chrono::milliseconds plugLimit{2000};
 }
 
 HotPlug::HotPlug() : client_("hot plug") {}
@@ -31,7 +31,7 @@ std::int64_t HotPlug::plug(const StandIn& standIn) {
   }
   // The session manager gives an output its ports: playback and monitor.
   const std::size_t expected = 2 * standIn.positions.size();
-  if (!SessionClient::waitFor([&] { return portCount(standIn.name) >= expected; }, limit)) {
+  if (!SessionClient::waitFor([&] { return portCount(standIn.name) >= expected; }, plugLimit)) {
     throw std::runtime_error("the output " + standIn.name + " got no ports");
   }
   return monotonicNanoseconds();
@@ -51,7 +51,7 @@ std::int64_t HotPlug::unplug(const std::string& name) {
       pw_registry_destroy(client_.registry(), node->id);
     }
   }
-  if (!SessionClient::waitFor([&] { return !client_.node(name); }, limit)) {
+  if (!SessionClient::waitFor([&] { return !client_.node(name); }, plugLimit)) {
     throw std::runtime_error("the output " + name + " stayed");
   }
   return monotonicNanoseconds();

@@ -10,7 +10,7 @@ namespace {
 constexpr std::size_t ratedFramesPerSecond = 48000;
 constexpr std::size_t smallestCycle = 16;
 constexpr std::uint32_t largestCycle = 8192;
-constexpr std::chrono::milliseconds startLimit{2000};
+constexpr std::chrono::milliseconds recordingLimit{2000};
 
 }  // namespace
 
@@ -40,7 +40,7 @@ Recorder::Recorder(std::string sink, std::chrono::seconds capacity)
     const std::size_t count = cycleCount_.load(std::memory_order_acquire);
     return count > 0 && cycles_[count - 1].isLinked;
   };
-  if (!SessionClient::waitFor(runs, startLimit)) {
+  if (!SessionClient::waitFor(runs, recordingLimit)) {
     throw std::runtime_error("no cycle runs at the output " + sink_);
   }
 }
@@ -97,7 +97,7 @@ void Recorder::findOwnPorts() {
     }
     return ownPorts_.size() == channels_.size();
   };
-  if (!SessionClient::waitFor(complete, startLimit)) {
+  if (!SessionClient::waitFor(complete, recordingLimit)) {
     throw std::runtime_error("the recorder got no ports");
   }
 }
@@ -220,7 +220,7 @@ bool Recorder::waitFor(std::chrono::milliseconds duration) const {
     const std::uint64_t recorded = written_.load(std::memory_order_acquire) - begin;
     return recorded * 1000 >= rate * static_cast<std::uint64_t>(duration.count());
   };
-  return SessionClient::waitFor(enough, 2 * duration + startLimit);
+  return SessionClient::waitFor(enough, 2 * duration + recordingLimit);
 }
 
 }  // namespace orvelle::instruments

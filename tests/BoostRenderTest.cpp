@@ -15,9 +15,6 @@
 namespace orvelle::test {
 namespace {
 
-constexpr float infinity = std::numeric_limits<float>::infinity();
-constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
-
 bool allFinite(const std::vector<float>& samples) {
   return std::all_of(samples.begin(), samples.end(), [](float x) { return std::isfinite(x); });
 }

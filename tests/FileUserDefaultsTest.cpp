@@ -35,7 +35,7 @@ DeviceStore stateOf(double boost) {
   return store;
 }
 
-const UserPresets presets = {{"Mine", {0.1, -3.0}}, {"Böse \U0001F50A", {12.0}}};
+const UserPresets savedPresets = {{"Mine", {0.1, -3.0}}, {"Böse \U0001F50A", {12.0}}};
 
 bool has(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
@@ -64,7 +64,7 @@ class FileUserDefaultsTest : public testing::Test {
     FileUserDefaults defaults(file_, console_);
     SettingsStore store(defaults);
     store.saveStore(stateOf(2.0));
-    store.saveUserPresets(presets);
+    store.saveUserPresets(savedPresets);
     store.saveIdleStandby(true);
     return contentOf(file_);
   }
@@ -137,7 +137,7 @@ TEST_F(FileUserDefaultsTest, ReadsAFileThatWasCutAnywhereWholeOrNotAtAll) {
     const std::string content = whole.substr(0, length);
     const Found found = runOn(content);
     EXPECT_EQ(found.devices.value_or(stateOf(2.0)), stateOf(2.0));
-    EXPECT_EQ(found.presets.value_or(presets), presets);
+    EXPECT_EQ(found.presets.value_or(savedPresets), savedPresets);
     EXPECT_EQ(found.isKept, length > 0 && length < whole.size()) << content;
   }
 }
@@ -260,7 +260,7 @@ TEST_F(FileUserDefaultsTest, KeepsTheOldFileOnAFullDiskAndSaysSoOnce) {
     }
     EXPECT_EQ(console.errors, line);
     EXPECT_EQ(contentOf(file_), content);
-    EXPECT_EQ(store.loadUserPresets(), presets);
+    EXPECT_EQ(store.loadUserPresets(), savedPresets);
     store.saveStore(stateOf(6.0));
     EXPECT_TRUE(has(contentOf(file_), "\"boost\":6,"));
     EXPECT_TRUE(has(contentOf(file_), "idleStandby.v1=false"));

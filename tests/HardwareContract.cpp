@@ -20,7 +20,6 @@ constexpr PropertyAddress kVolume{kAudioDevicePropertyVolumeScalar,
                                   kAudioObjectPropertyScopeOutput};
 constexpr PropertyAddress kMute{kAudioDevicePropertyMute, kAudioObjectPropertyScopeOutput};
 constexpr PropertyAddress kRate{kAudioDevicePropertyNominalSampleRate};
-const std::string kSpeakers = "contract.speakers";
 
 bool isNear(double value, double expected) {
   return std::abs(value - expected) <= 0.02 * std::max(expected, 0.05);

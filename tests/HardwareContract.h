@@ -18,6 +18,9 @@
 
 namespace orvelle {
 
+/// Uid of the real output that the suites plug first.
+inline const std::string kSpeakers = "contract.speakers";
+
 /// A world around a back end: devices that can be plugged, programs that play, ears at the outputs.
 /// Nothing needs to have happened when a call returns; the suite waits for what it wants to see.
 class HardwareRig {

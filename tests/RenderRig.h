@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <random>
 #include <span>
 #include <vector>
@@ -16,6 +17,9 @@
 namespace orvelle::test {
 
 using Random = std::mt19937;
+
+inline constexpr float infinity = std::numeric_limits<float>::infinity();
+inline constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
 
 float uniform(Random& random, float low, float high);
 

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t bandCount = 10;
 constexpr std::size_t modelChannels = 8;
-constexpr float sampleRateHz = 48000.0F;
+constexpr float modelRateHz = 48000.0F;
 
 bool isTiny(float value) {
   return std::abs(value) < 1e-20F;
@@ -28,7 +28,7 @@ void ScalarModel::setGains(std::span<const float> gainsDb) {
                                                       1000, 2000, 4000, 8000, 16000};
   for (std::size_t j = 0; j < gainsDb.size() && j < bandCount; ++j) {
     const float amplitude = std::pow(10.0F, gainsDb[j] / 40.0F);
-    const float w0 = 6.2831855F * frequenciesHz[j] / sampleRateHz;
+    const float w0 = 6.2831855F * frequenciesHz[j] / modelRateHz;
     const float alpha = std::sin(w0) * 0.5F;
     const float a0 = 1.0F + alpha / amplitude;
     coefficients[5 * j + 0] = (1.0F + alpha * amplitude) / a0;

@@ -13,7 +13,6 @@ namespace {
 
 constexpr double kFirstLevel = 0.2;
 constexpr double kSecondLevel = 0.3;
-const std::string kSpeakers = "contract.speakers";
 const std::string kOther = "contract.other";
 constexpr PropertyAddress kProcesses{kAudioHardwarePropertyProcessObjectList};
 

@@ -15,9 +15,6 @@
 namespace orvelle::test {
 namespace {
 
-constexpr float infinity = std::numeric_limits<float>::infinity();
-constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
-
 std::vector<float> randomFloats(std::size_t count) {
   std::vector<float> samples = anyFloats(count);
   samples.insert(samples.end(), {infinity, -infinity, notANumber});

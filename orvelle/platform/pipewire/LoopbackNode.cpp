@@ -9,7 +9,6 @@ namespace orvelle::pipewire {
 
 namespace {
 
-constexpr std::size_t kChannels = 2;
 constexpr double kCreationSeconds = 1.0;
 constexpr double kRemovalSeconds = 0.2;
 
@@ -17,9 +16,8 @@ constexpr double kRemovalSeconds = 0.2;
 
 const Node* LoopbackNode::node() const {
   const Node* node = session_.nodeNamed(kLoopbackName);
-  const bool isComplete = node != nullptr && node->hasInfo && node->level &&
-                          session_.ports(node->id, true).size() >= kChannels &&
-                          session_.ports(node->id, false).size() >= kChannels;
+  const bool isComplete =
+      node != nullptr && node->hasInfo && node->level && session_.hasStereoPorts(*node);
   return isComplete ? node : nullptr;
 }
 

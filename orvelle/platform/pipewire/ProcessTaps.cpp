@@ -11,7 +11,6 @@ namespace orvelle::pipewire {
 namespace {
 
 constexpr std::string_view kTapPrefix = "app.orvelle.tap.";
-constexpr std::size_t kChannels = 2;
 constexpr double kCreationSeconds = 1.0;
 /// A user does not send one stream here and there as often. A program that insists has it.
 constexpr int kMostWishes = 100;
@@ -140,8 +139,7 @@ OSStatus ProcessTaps::create(const TapDescription& description, AudioObjectID& t
   const bool isThere = session_.waitUntil(
       [&] {
         const Node* node = session_.nodeNamed(name);
-        return node != nullptr && session_.ports(node->id, true).size() >= kChannels &&
-               session_.ports(node->id, false).size() >= kChannels;
+        return node != nullptr && session_.hasStereoPorts(*node);
       },
       kCreationSeconds);
   if (!isThere) {

@@ -63,6 +63,8 @@ class Session {
   [[nodiscard]] const Route* routeOf(const Node& node) const;
   /// In the order of their numbers.
   [[nodiscard]] std::vector<const Port*> ports(std::uint32_t node, bool input) const;
+  /// Whether the two channels of a sink can be linked already, at both ends.
+  [[nodiscard]] bool hasStereoPorts(const Node& node) const;
   [[nodiscard]] std::vector<Link> linksInto(std::uint32_t node) const;
   [[nodiscard]] std::vector<Link> linksFrom(std::uint32_t node) const;
   [[nodiscard]] bool hasLink(std::uint32_t id) const { return links_.contains(id); }

@@ -84,6 +84,10 @@ std::vector<const Port*> Session::ports(std::uint32_t node, bool input) const {
   return found;
 }
 
+bool Session::hasStereoPorts(const Node& node) const {
+  return ports(node.id, true).size() >= 2 && ports(node.id, false).size() >= 2;
+}
+
 std::vector<Link> Session::linksInto(std::uint32_t node) const {
   std::vector<Link> found;
   for (const auto& [id, link] : links_) {

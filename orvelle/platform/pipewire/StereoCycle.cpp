@@ -8,12 +8,12 @@ namespace orvelle::pipewire {
 
 namespace {
 
-constexpr std::uint32_t kChannels = 2;
+constexpr std::uint32_t kSamplesPerFrame = 2;
 
 /// Copies one plane to every other sample of an interleaved buffer.
 void interleave(const float* plane, std::uint32_t frames, float* interleaved) noexcept {
   for (std::uint32_t i = 0; i < frames; ++i) {
-    interleaved[kChannels * i] = plane == nullptr ? 0.0F : plane[i];
+    interleaved[kSamplesPerFrame * i] = plane == nullptr ? 0.0F : plane[i];
   }
 }
 
@@ -22,7 +22,7 @@ void deinterleave(const float* interleaved, std::uint32_t frames, float* plane) 
     return;
   }
   for (std::uint32_t i = 0; i < frames; ++i) {
-    plane[i] = interleaved[kChannels * i];
+    plane[i] = interleaved[kSamplesPerFrame * i];
   }
 }
 
@@ -31,7 +31,7 @@ void mixToMono(const float* interleaved, std::uint32_t frames, float* plane) noe
     return;
   }
   for (std::uint32_t i = 0; i < frames; ++i) {
-    plane[i] = 0.5F * (interleaved[kChannels * i] + interleaved[kChannels * i + 1]);
+    plane[i] = 0.5F * (interleaved[kSamplesPerFrame * i] + interleaved[kSamplesPerFrame * i + 1]);
   }
 }
 
@@ -44,8 +44,8 @@ Sample* advanced(Sample* plane, std::uint32_t frames) noexcept {
 
 StereoCycle::StereoCycle(IOBlock block)
     : block_(std::move(block)),
-      input_(std::size_t{kMaximumFrames} * kChannels),
-      output_(std::size_t{kMaximumFrames} * kChannels) {}
+      input_(std::size_t{kMaximumFrames} * kSamplesPerFrame),
+      output_(std::size_t{kMaximumFrames} * kSamplesPerFrame) {}
 
 void StereoCycle::run(const StereoPlanes& planes, std::uint32_t frames) noexcept {
   for (std::uint32_t offset = 0; offset < frames; offset += kMaximumFrames) {
@@ -58,11 +58,11 @@ void StereoCycle::runPiece(const StereoPlanes& planes, std::uint32_t offset,
   interleave(advanced(planes.inputLeft, offset), frames, input_.data());
   interleave(advanced(planes.inputRight, offset), frames, input_.data() + 1);
   // A block whose owner is gone writes nothing, and nothing must be heard then.
-  std::fill_n(output_.data(), std::size_t{frames} * kChannels, 0.0F);
+  std::fill_n(output_.data(), std::size_t{frames} * kSamplesPerFrame, 0.0F);
 
-  const auto byteSize = static_cast<std::uint32_t>(frames * kChannels * sizeof(float));
-  const std::array<AudioBuffer, 1> input{{{kChannels, byteSize, input_.data()}}};
-  const std::array<AudioBuffer, 1> output{{{kChannels, byteSize, output_.data()}}};
+  const auto byteSize = static_cast<std::uint32_t>(frames * kSamplesPerFrame * sizeof(float));
+  const std::array<AudioBuffer, 1> input{{{kSamplesPerFrame, byteSize, input_.data()}}};
+  const std::array<AudioBuffer, 1> output{{{kSamplesPerFrame, byteSize, output_.data()}}};
   block_(input, output);
   applyOutputFactors(frames);
 
@@ -82,7 +82,7 @@ void StereoCycle::applyOutputFactors(std::uint32_t frames) noexcept {
   if (left == 1.0F && right == 1.0F) {
     return;
   }
-  for (std::size_t i = 0; i < std::size_t{frames} * kChannels; i += kChannels) {
+  for (std::size_t i = 0; i < std::size_t{frames} * kSamplesPerFrame; i += kSamplesPerFrame) {
     output_[i] *= left;
     output_[i + 1] *= right;
   }

@@ -10,6 +10,8 @@ constexpr double kWaitStepSeconds = 0.01;
 
 }  // namespace
 
+// A job of the queue that throws in here ends the test program, which is right.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 VirtualWorker::~VirtualWorker() {
   while (isBusy_) {
     queue_.sleep(kWaitStepSeconds);

@@ -21,6 +21,7 @@ class VirtualWorker final : public BackgroundQueue, public Clock {
   explicit VirtualWorker(ManualQueue& queue) : queue_(queue) {}
   VirtualWorker(const VirtualWorker&) = delete;
   VirtualWorker& operator=(const VirtualWorker&) = delete;
+  // NOLINTNEXTLINE(bugprone-exception-escape): see there.
   /// Lets virtual time pass until the jobs have ended.
   ~VirtualWorker() override;
 
