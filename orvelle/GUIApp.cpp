@@ -9,10 +9,12 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "orvelle/platform/ApplicationNames.h"
 #include "orvelle/platform/BackEnd.h"
 #include "orvelle/platform/Console.h"
+#include "orvelle/platform/Process.h"
 #include "orvelle/platform/ThreadQueue.h"
 #include "orvelle/platform/qt/Locale.h"
 #include "orvelle/platform/qt/QtMainQueue.h"
@@ -33,23 +35,30 @@ class DisplayCheck {
   DisplayCheck() : former_(qInstallMessageHandler(&DisplayCheck::handle)) {}
   DisplayCheck(const DisplayCheck&) = delete;
   DisplayCheck& operator=(const DisplayCheck&) = delete;
-  ~DisplayCheck() { qInstallMessageHandler(former_); }
-
- private:
-  static void handle(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
-    static QString reason;
-    if (type == QtFatalMsg) {
-      std::fprintf(stderr,
-                   "Orvelle finds no display to show its panel on (%s); \"orvelle auto\" needs "
-                   "none.\n",
-                   qPrintable(reason.isEmpty() ? text.section('\n', 0, 0) : reason));
-      std::_Exit(1);
-    }
-    if (type == QtWarningMsg && reason.isEmpty()) {
-      reason = text;
+  ~DisplayCheck() {
+    qInstallMessageHandler(former_);
+    for (const QString& warning : std::as_const(warnings_)) {
+      qWarning("%s", qPrintable(warning));
     }
   }
 
+ private:
+  /// The first warning is the reason of the end, or belongs to no end.
+  static void handle(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
+    if (type == QtFatalMsg) {
+      const QString reason = warnings_.isEmpty() ? text.section('\n', 0, 0) : warnings_.first();
+      std::fprintf(stderr,
+                   "Orvelle finds no display to show its panel on (%s); \"orvelle auto\" needs "
+                   "none.\n",
+                   qPrintable(reason));
+      std::_Exit(1);
+    }
+    if (type == QtWarningMsg) {
+      warnings_.append(text);
+    }
+  }
+
+  inline static QStringList warnings_;
   QtMessageHandler former_;
 };
 
@@ -70,18 +79,17 @@ struct World {
 
 void quitOnSignals(MainQueue& queue) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    struct sigaction action {};
-    sigaction(signal, nullptr, &action);
-    if (action.sa_handler != SIG_IGN) {  // "nohup" wants it to stay so
+    if (!ignoresSignal(signal)) {
       queue.onSignal(signal, [&queue] { queue.quit(0); });
     }
   }
 }
 
 /// A person who has clicked on an icon sees no standard error: a box tells of a missing audio
-/// system, and goes away by itself when that has come. Null when the user has closed it, or the
-/// queue is to quit.
-std::unique_ptr<AudioHardware> connectToAudio(MainQueue& queue, Console& console) {
+/// system, and goes away by itself when that has come. Null when the queue is to quit, as it is
+/// after the user has closed the box.
+std::unique_ptr<AudioHardware> connectToAudio(MainQueue& queue, Console& console,
+                                              SingleInstance& instance) {
   std::string problem;
   auto hardware = openBackEnd(queue, console, problem);
   if (hardware) {
@@ -97,13 +105,22 @@ std::unique_ptr<AudioHardware> connectToAudio(MainQueue& queue, Console& console
       box.accept();
     }
   });
+  instance.onCall = [&box] {
+    box.raise();
+    box.activateWindow();
+  };
   box.exec();
+  instance.onCall = nullptr;
   queue.cancel(retries);
+  if (!hardware) {
+    queue.quit(1);
+  }
   return hardware;
 }
 
-/// Called by `exit`, with which Qt ends a process whose display has gone away. Nothing of Qt can be
-/// used or taken apart any more.
+/// Called by `exit`, with which Qt ends a process whose X server has gone away. Nothing of Qt can
+/// be used or taken apart any more. Without a Wayland compositor Qt ends it at once; the guardian
+/// puts things right then.
 void endWithoutDisplay() {
   AppDelegate::applicationWillTerminate();
   std::_Exit(1);
@@ -155,9 +172,9 @@ int OrvelleMenuBarApp::main(int& argc, char** argv) {
 
   World world;
   quitOnSignals(world.queue);
-  world.hardware = connectToAudio(world.queue, world.console);
+  world.hardware = connectToAudio(world.queue, world.console, *instance);
   if (!world.hardware) {
-    return 1;
+    return world.queue.run();
   }
   AudioController::provideShared([&world] { return makeController(world); });
   AudioController& controller = AudioController::shared();
@@ -189,7 +206,8 @@ OrvelleMenuBarApp::OrvelleMenuBarApp(AudioController& controller, MainQueue& que
   QObject::connect(&icon_, &TrayIcon::clicked, &icon_,
                    [this] { panel_.toggleByIcon(icon_.geometry()); });
   QObject::connect(&panel_, &PanelWindow::quitRequested, &panel_, [this] { queue_.quit(0); });
-  QObject::connect(&panel_, &PanelWindow::loadFailed, &panel_, [this] { queue_.quit(1); });
+  QObject::connect(&panel_, &PanelWindow::loadFailed, &panel_,
+                   [this](const QString& reason) { endWithoutPanel(reason); });
   QObject::connect(&panel_, &PanelWindow::plainClosed, &panel_, [this] { plainWindowClosed(); });
   instance_.onCall = [this] { openPanel(); };
   trayPatience_ = queue_.postAfter(kTrayPatienceSeconds, [this] {
@@ -209,6 +227,16 @@ void OrvelleMenuBarApp::openPanel() {
     panel_.openByIcon(icon_.geometry());
   } else {
     panel_.openPlain();
+  }
+}
+
+/// Whoever has clicked on the icon does not see what Qt has told on standard error.
+void OrvelleMenuBarApp::endWithoutPanel(const QString& reason) {
+  if (!std::exchange(isEnding_, true)) {
+    QMessageBox::critical(nullptr, "Orvelle",
+                          "Orvelle's panel cannot be shown, because a part of Qt is missing:\n" +
+                              reason + "\nInstall Orvelle again, with all that it needs.");
+    queue_.quit(1);
   }
 }
 

@@ -36,6 +36,7 @@ class OrvelleMenuBarApp {
 
  private:
   void openPanel();
+  void endWithoutPanel(const QString& reason);
   void trayChanged();
   void plainWindowClosed();
 
@@ -47,6 +48,7 @@ class OrvelleMenuBarApp {
   TrayIcon icon_;
   PanelWindow panel_;
   TimerID trayPatience_ = 0;
+  bool isEnding_ = false;  ///< for want of a panel
 };
 
 }  // namespace orvelle

@@ -39,9 +39,10 @@ TEST(WindowListTest, FindsThePanel) {
   panel.show();
   EXPECT_TRUE(windows.anyWindow(condition));
   for (const Qt::WindowFlags flags : {Qt::WindowFlags(Qt::Popup), Qt::WindowFlags(Qt::ToolTip),
-                                      Qt::Tool | Qt::WindowDoesNotAcceptFocus}) {
+                                      Qt::Tool | Qt::WindowDoesNotAcceptFocus,
+                                      Qt::FramelessWindowHint | Qt::BypassWindowManagerHint}) {
     panel.setFlags(flags);
-    EXPECT_FALSE(windows.anyWindow(condition)) << "borrows the keyboard, or takes none";
+    EXPECT_FALSE(windows.anyWindow(condition)) << "borrows the keyboard, or takes none: " << flags;
   }
   panel.setFlags(Qt::Tool | Qt::FramelessWindowHint);
   bool isFound = false;

@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <fstream>
 #include <system_error>
 
@@ -12,6 +13,12 @@ namespace orvelle {
 
 int currentProcessID() {
   return getpid();
+}
+
+bool ignoresSignal(int signal) {
+  struct sigaction action {};
+  sigaction(signal, nullptr, &action);
+  return action.sa_handler == SIG_IGN;
 }
 
 std::optional<std::uint64_t> processStartTime(std::int32_t pid) {

@@ -4,6 +4,7 @@
 #include <QEvent>
 #include <QGuiApplication>
 #include <QPalette>
+#include <QQmlError>
 #include <QQuickItem>
 #include <QScreen>
 #include <algorithm>
@@ -23,6 +24,11 @@ constexpr double kSquareCornerRadius = 1.0;
 /// a double click is one for most people.
 constexpr qint64 kSameClickMilliseconds = 250;
 
+/// It scrolls where the screen is lower.
+QSize sizeOn(const QRect& available) {
+  return {kPanelSize.width(), std::min(kPanelSize.height(), available.height())};
+}
+
 /// Centred on the icon, on that side of it where the room is.
 QPoint placeByIcon(const QRect& icon, QSize panel, const QRect& available) {
   const bool isBelow = icon.center().y() < available.center().y();
@@ -41,14 +47,17 @@ PanelWindow::PanelWindow(AudioController& controller, const DesktopLook& look)
 PanelWindow::~PanelWindow() = default;
 
 /// A window manager keeps much of what a window once was: one of the other kind is made anew. False
-/// where a part of Qt that the views import is not installed, which Qt has told on standard error.
+/// where a part of Qt that the views import is not installed.
 bool PanelWindow::prepare(bool isPlain) {
-  if (!view_ || isPlain_ != isPlain) {
+  const bool isTranslucent = !isPlain && look_.hasTranslucency();
+  if (!view_ || isPlain_ != isPlain || isTranslucent_ != isTranslucent) {
     isPlain_ = isPlain;
+    isTranslucent_ = isTranslucent;
     load();
   }
   if (view_->rootObject() == nullptr) {
-    emit loadFailed();
+    const QList<QQmlError> errors = view_->errors();
+    emit loadFailed(errors.isEmpty() ? QString() : errors.first().description());
     return false;
   }
   view_->rootObject()->setProperty("reducedMotion", look_.wantsReducedMotion());
@@ -63,9 +72,9 @@ void PanelWindow::load() {
   view_->setTitle("Orvelle");
   view_->setResizeMode(QQuickView::SizeRootObjectToView);
   view_->setIcon(trayIcon(true, QGuiApplication::palette().windowText().color()));
-  const bool isRound = !isPlain_ && look_.hasTranslucency();
-  const double cornerRadius = isRound ? kCornerRadius : kSquareCornerRadius;
-  view_->setColor(isRound ? QColor(Qt::transparent) : QGuiApplication::palette().window().color());
+  const double cornerRadius = isTranslucent_ ? kCornerRadius : kSquareCornerRadius;
+  view_->setColor(isTranslucent_ ? QColor(Qt::transparent)
+                                 : QGuiApplication::palette().window().color());
   view_->setFlags(isPlain_ ? Qt::Window
                            : Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
   loadPanel(*view_, controller_, {.cornerRadius = isPlain_ ? 0.0 : cornerRadius});
@@ -95,8 +104,7 @@ void PanelWindow::openByIcon(const QRect& icon) {
     const QScreen* screen = QGuiApplication::screenAt(place.center());
     screen = screen == nullptr ? QGuiApplication::primaryScreen() : screen;
     const QRect available = screen->availableGeometry();
-    // It scrolls where the screen is lower.
-    const QSize size(kPanelSize.width(), std::min(kPanelSize.height(), available.height()));
+    const QSize size = sizeOn(available);
     view_->setGeometry({placeByIcon(place, size, available), size});
     look_.keepOutOfTaskBar(*view_);
   }
@@ -121,7 +129,7 @@ void PanelWindow::openPlain() {
     }
     view_->setMinimumSize({kPanelSize.width(), 0});
     view_->setMaximumSize(kPanelSize);
-    view_->resize(kPanelSize);
+    view_->resize(sizeOn(view_->screen()->availableGeometry()));
   }
   present();
 }

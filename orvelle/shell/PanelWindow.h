@@ -40,8 +40,8 @@ class PanelWindow final : public QObject {
   void quitRequested();
   /// The user has closed the window with a frame.
   void plainClosed();
-  /// There is no panel on this computer.
-  void loadFailed();
+  /// There is no panel on this computer, for `reason`.
+  void loadFailed(const QString& reason);
 
  private:
   Q_SLOT void escape();
@@ -56,6 +56,7 @@ class PanelWindow final : public QObject {
   const DesktopLook& look_;
   std::optional<QQuickView> view_;
   bool isPlain_ = false;
+  bool isTranslucent_ = false;
   QElapsedTimer sinceChange_;  ///< from open to closed, or back
 };
 

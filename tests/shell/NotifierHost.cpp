@@ -4,7 +4,6 @@
 #include <QDBusMessage>
 #include <QDBusReply>
 #include <QDBusVariant>
-#include <algorithm>
 
 #include "instruments/Subprocess.h"
 
@@ -16,6 +15,7 @@ constexpr const char* kConnection = "tray host";
 constexpr const char* kWatcher = "org.kde.StatusNotifierWatcher";
 constexpr const char* kItem = "org.kde.StatusNotifierItem";
 constexpr const char* kItemPath = "/StatusNotifierItem";
+constexpr int kPatienceMilliseconds = 500;
 constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 
 }  // namespace
@@ -51,24 +51,28 @@ bool NotifierHost::handleMessage(const QDBusMessage& message, const QDBusConnect
   return false;
 }
 
-int NotifierHost::opacity() const {
+NotifierHost::Shade NotifierHost::shade() const {
   QDBusMessage question = QDBusMessage::createMethodCall(item_, kItemPath, kProperties, "Get");
   question << kItem << "IconPixmap";
-  const QDBusReply<QDBusVariant> reply = bus_.call(question, QDBus::BlockWithGui);
+  const QDBusReply<QDBusVariant> reply =
+      bus_.call(question, QDBus::BlockWithGui, kPatienceMilliseconds);
   const auto pictures = reply.value().variant().value<QDBusArgument>();
-  int opacity = 0;
+  Shade shade;
   for (pictures.beginArray(); !pictures.atEnd();) {
     int width = 0;
     int height = 0;
-    QByteArray pixels;  // alpha first
+    QByteArray pixels;  // opacity, red, green, blue; the icon is grey
     pictures.beginStructure();
     pictures >> width >> height >> pixels;
     pictures.endStructure();
     for (qsizetype i = 0; i < pixels.size(); i += 4) {
-      opacity = std::max<int>(opacity, static_cast<unsigned char>(pixels[i]));
+      const auto opacity = static_cast<unsigned char>(pixels[i]);
+      if (opacity > shade.opacity) {
+        shade = {opacity, static_cast<unsigned char>(pixels[i + 1])};
+      }
     }
   }
-  return opacity;
+  return shade;
 }
 
 void NotifierHost::click() const {

@@ -20,8 +20,12 @@ class NotifierHost final : public QDBusVirtualObject {
   [[nodiscard]] bool hasIcon() const { return !item_.isEmpty(); }
   /// When the icon came, CLOCK_MONOTONIC.
   [[nodiscard]] std::int64_t iconNs() const { return iconNs_; }
-  /// The most opaque point of the icon, 0 to 255.
-  [[nodiscard]] int opacity() const;
+  /// Of the icon where it is most opaque, both 0 to 255; -1 as long as it does not answer.
+  struct Shade {
+    int opacity = -1;
+    int brightness = -1;
+  };
+  [[nodiscard]] Shade shade() const;
   /// The icon is told of a click.
   void click() const;
 

@@ -10,6 +10,7 @@
 #include "instruments/DesktopPanel.h"
 #include "instruments/Probe.h"
 #include "instruments/Recorder.h"
+#include "orvelle/EngineError.h"
 #include "tests/session/BoostSession.h"
 #include "tests/shell/ShellRig.h"
 
@@ -81,6 +82,13 @@ class ShellSession : public ShellRig {
     return count;
   }
 
+  double mainThreadSeconds() const {
+    const std::string id = std::to_string(program->pid());
+    std::int64_t nanoseconds = 0;
+    std::ifstream("/proc/" + id + "/task/" + id + "/schedstat") >> nanoseconds;
+    return static_cast<double>(nanoseconds) * 1e-9;
+  }
+
  private:
   PrivateSession session_;
   DesktopPanel desktop_;
@@ -145,8 +153,10 @@ TEST_F(ShellSession, IsOperatedByAssistiveTechnology) {
   expectPutBack("assistive technology", 0);
 }
 
-// Fault: a battery emptied by a panel that nobody looks at.
+// Fault: a battery emptied by a panel that nobody looks at, or by a meter that costs more than the
+// sound.
 TEST_F(ShellSession, SleepsWhileNothingHappens) {
+  const auto duration = milliseconds(3000);
   start();
   ASSERT_TRUE(eventually([this] { return hasIcon(); }));
   openPanel();
@@ -154,8 +164,44 @@ TEST_F(ShellSession, SleepsWhileNothingHappens) {
   ASSERT_TRUE(eventually([this] { return !isPanelOpen(); }));
   std::this_thread::sleep_for(milliseconds(500));
   const long before = wakeUps();
-  std::this_thread::sleep_for(milliseconds(3000));
+  std::this_thread::sleep_for(duration);
   EXPECT_LE(wakeUps() - before, 1);
+  program->signal(SIGTERM);
+  expectPutBack("SIGTERM", 0);
+
+  boost();
+  const instruments::Probe pulse(
+      [](const instruments::PlayedFrame& frame) {
+        return frame.index % 48000 < 24000 ? 0.1F : 0.001F;
+      },
+      {});
+  std::this_thread::sleep_for(milliseconds(500));
+  const double usedBefore = mainThreadSeconds();
+  std::this_thread::sleep_for(duration);
+  const double share =
+      1000.0 * (mainThreadSeconds() - usedBefore) / static_cast<double>(duration.count());
+  std::printf("measured: main thread with the meter moving %.2f %% of a core\n", 100.0 * share);
+  EXPECT_LT(share, 0.01);
+}
+
+// Fault: a second boost that takes the default output off the first one's, or raises what that one
+// has raised; and a switch that does not say why it goes back.
+TEST_F(ShellSession, AnotherInstanceKeepsItsBoost) {
+  environment["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1";
+  Subprocess console({ORVELLE_PROGRAM, "auto", "--gain", "2"}, environment);
+  ASSERT_TRUE(console.waitForLine("Ctrl-C to stop.", milliseconds(5000)));
+  program = launch(panelProgram());
+  ASSERT_TRUE(eventually([this] { return hasIcon(); }));
+  openPanel();
+  operate({"press Orvelle", "see Couldn't start: " +
+                                std::string(EngineError::boostingAlready(console.pid()).what())});
+  EXPECT_EQ(volume(), 1.0F);
+  program->signal(SIGTERM);
+  EXPECT_EQ(program->wait(milliseconds(5000)), 0);
+  EXPECT_TRUE(stays([this] { return volume() == 1.0F; }));
+  console.signal(SIGINT);
+  EXPECT_EQ(console.wait(milliseconds(5000)), 0);
+  EXPECT_EQ(volume(), kVolume);
 }
 
 }  // namespace

@@ -1,10 +1,14 @@
 // The application on a desktop: its icon, its window, one instance.
+#include <QLibraryInfo>
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
+#include "tests/shell/SettingsPortal.h"
 #include "tests/shell/ShellRig.h"
 
 namespace orvelle {
@@ -117,12 +121,12 @@ TEST_F(ShellTest, TheIconFollowsTheBoost) {
   putUpNotifierHost();
   start();
   ASSERT_TRUE(eventually([this] { return hasIcon(); }));
-  EXPECT_EQ(notifierHost->opacity(), kFaint);
+  EXPECT_EQ(notifierHost->shade().opacity, kFaint);
   openPanel();
   input({"key", "Tab", "space"});
-  EXPECT_TRUE(eventually([this] { return notifierHost->opacity() == kOpaque; }));
+  EXPECT_TRUE(eventually([this] { return notifierHost->shade().opacity == kOpaque; }));
   input({"key", "space"});
-  EXPECT_TRUE(eventually([this] { return notifierHost->opacity() == kFaint; }));
+  EXPECT_TRUE(eventually([this] { return notifierHost->shade().opacity == kFaint; }));
 }
 
 // Fault: two icons and two boosts; a second start that seems to do nothing; a program that does not
@@ -147,21 +151,68 @@ TEST_F(ShellTest, ThereIsOneInstance) {
   EXPECT_TRUE(eventually([this] { return isPanelOpen(); }));
 }
 
-// Fault: a crash report instead of a line where there is no display, a desktop on which nothing
-// happens where there is no sound server, and one that stays without when it has come.
-TEST_F(ShellTest, WhatIsMissingIsSaid) {
-  environment["ORVELLE_BACKEND"] = "pipewire";
+// Fault: a black icon on the dark bar, and light windows, where the desktop is dark and has told
+// its portal alone.
+TEST_F(ShellTest, FollowsTheDesktopsFace) {
+  SettingsPortal portal(busAddress().c_str(), {{"org.freedesktop.appearance", "color-scheme", 1U}});
+  putUpNotifierHost();
   start();
-  ASSERT_TRUE(program->waitForLine("PipeWire", milliseconds(5000)));
-  ASSERT_TRUE(eventually([this] { return isPanelOpen(); })) << "no box";
+  ASSERT_TRUE(eventually([this] { return hasIcon(); }));
+  EXPECT_TRUE(eventually([this] { return notifierHost->shade().brightness == kOpaque; }));
+  portal.change({"org.freedesktop.appearance", "color-scheme", 0U});
+  EXPECT_TRUE(eventually([this] { return notifierHost->shade().brightness == 0; }));
+}
+
+// Fault: a crash report instead of a line where there is no display; a click that ends everything
+// without a word where a part of Qt is missing.
+TEST_F(ShellTest, WhatIsMissingIsSaid) {
+  const auto copy = folder.path() / "panel";
+  std::filesystem::copy(ORVELLE_PANEL_PROGRAM, copy);
+  std::ofstream(folder.path() / "qt.conf")
+      << "[Paths]\nQmlImports=/nowhere\nPlugins="
+      << QLibraryInfo::path(QLibraryInfo::PluginsPath).toStdString() << "\n";
+  putUpNotifierHost();
+  program = launch(copy);
+  ASSERT_TRUE(eventually([this] { return hasIcon(); }));
+  openPanel();
+  EXPECT_NE(panelPlace().size(), QSize(300, 620)) << "no box";
+  EXPECT_TRUE(stays([this] { return !program->wait(milliseconds(0)); }));
   input({"key", "Escape"});
   EXPECT_EQ(program->wait(milliseconds(5000)), 1);
-  EXPECT_EQ(program->lines().size(), 1U) << program->standardError();
 
   environment["DISPLAY"] = ":4711";
   start();
   EXPECT_EQ(program->wait(milliseconds(5000)), 1);
   EXPECT_EQ(program->lines().size(), 1U) << program->standardError();
+}
+
+// Fault: a desktop on which nothing happens where there is no sound server, one that stays without
+// when it has come, and a program that then only a kill ends.
+TEST_F(ShellTest, WaitsForTheSoundServer) {
+  putUpNotifierHost();
+  environment["ORVELLE_BACKEND"] = "pipewire";
+  const auto startWithBox = [this] {
+    start();
+    ASSERT_TRUE(program->waitForLine("PipeWire", milliseconds(5000)));
+    ASSERT_TRUE(eventually([this] { return isPanelOpen(); })) << "no box";
+  };
+  startWithBox();
+  input({"key", "Escape"});
+  EXPECT_EQ(program->wait(milliseconds(5000)), 1);
+  EXPECT_EQ(program->lines().size(), 1U) << program->standardError();
+  startWithBox();
+  program->signal(SIGTERM);
+  EXPECT_EQ(program->wait(milliseconds(5000)), 0);
+
+  startWithBox();
+  const Subprocess other({"xmessage", "-center", "another window"}, environment);
+  ASSERT_TRUE(eventually([this] { return input({"getactivewindow"}) != panel(); }));
+  EXPECT_EQ(launch()->wait(milliseconds(5000)), 0) << "a second start";
+  EXPECT_TRUE(eventually([this] { return input({"getactivewindow"}) == panel(); }));
+  const instruments::PrivateSession session({});
+  const std::filesystem::path server = session.environment().at("XDG_RUNTIME_DIR");
+  std::filesystem::create_symlink(server / "pipewire-0", folder.path() / "pipewire-0");
+  EXPECT_TRUE(eventually([this] { return hasIcon() && !isPanelOpen(); }));
 }
 
 // Fault: an application that a desktop feels, and commands that pay for it.

@@ -2,7 +2,7 @@
 """Operates the panel as assistive technology does: finds what is on screen by its name, and uses the
 actions and values that it offers.
 
-  operate.py "press Orvelle" "set Volume Boost=4" "focus Name this preset"
+  operate.py "press Orvelle" "set Volume Boost=4" "focus Name this preset" "see EQ"
 """
 import sys
 import time
@@ -26,7 +26,9 @@ def find(name, interface):
             if control is not None:
                 return control
         time.sleep(0.02)
-    sys.exit(f"nothing on screen is called {name}")
+    there = [item.name for application in pyatspi.Registry.getDesktop(0) if application
+             for item in pyatspi.findAllDescendants(application, lambda item: item.name)]
+    sys.exit(f"nothing on screen is called {name}, only {there}")
 
 
 def act(name, action):
@@ -39,10 +41,16 @@ def set_value(name, value):
     find(name, Atspi.Accessible.get_value_iface).queryValue().currentValue = float(value)
 
 
+def see(name):
+    find(name, Atspi.Accessible.get_component_iface)
+
+
 for order in sys.argv[1:]:
     verb, _, rest = order.partition(" ")
     name, _, argument = rest.partition("=")
     if verb == "set":
         set_value(name, argument)
+    elif verb == "see":
+        see(rest)
     else:
         act(name, {"press": "Press", "focus": "SetFocus"}[verb])

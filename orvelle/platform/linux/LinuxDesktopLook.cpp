@@ -1,11 +1,13 @@
 #include "orvelle/platform/linux/LinuxDesktopLook.h"
 
+#include <QDBusArgument>
 #include <QDBusConnection>
-#include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
-#include <QDBusPendingReply>
+#include <QDBusVariant>
 #include <QGuiApplication>
+#include <QMap>
 #include <QPalette>
+#include <QVariant>
 #include <QWindow>
 
 #include "orvelle/platform/linux/XServer.h"
@@ -17,15 +19,19 @@ namespace {
 constexpr const char* kPortal = "org.freedesktop.portal.Desktop";
 constexpr const char* kPortalPath = "/org/freedesktop/portal/desktop";
 constexpr const char* kSettings = "org.freedesktop.portal.Settings";
-constexpr const char* kGroup = "org.gnome.desktop.interface";
-constexpr const char* kKey = "enable-animations";
+constexpr const char* kGnome = "org.gnome.desktop.interface";
+constexpr const char* kKde = "org.kde.kdeglobals.KDE";
+constexpr const char* kAppearance = "org.freedesktop.appearance";
 
-/// The portal wraps values once or twice, depending on its age.
-bool toBool(QVariant value) {
-  while (value.userType() == qMetaTypeId<QDBusVariant>()) {
-    value = value.value<QDBusVariant>().variant();
-  }
-  return value.toBool();
+constexpr QRgb kDarkButton = 0xFF3B3B40;
+constexpr QRgb kDarkWindow = 0xFF242427;
+
+/// By group and key.
+using Settings = QMap<QString, QVariantMap>;
+
+bool isDark(const QPalette& palette) {
+  return palette.color(QPalette::Window).lightness() <
+         palette.color(QPalette::WindowText).lightness();
 }
 
 }  // namespace
@@ -33,23 +39,57 @@ bool toBool(QVariant value) {
 LinuxDesktopLook::LinuxDesktopLook() {
   QDBusConnection bus = QDBusConnection::sessionBus();
   bus.connect(kPortal, kPortalPath, kSettings, "SettingChanged", this,
-              SLOT(settingChanged(QString, QString, QDBusVariant)));
-  QDBusMessage question = QDBusMessage::createMethodCall(kPortal, kPortalPath, kSettings, "Read");
-  question << kGroup << kKey;
+              SLOT(settingTold(QDBusMessage)));
+  QDBusMessage question =
+      QDBusMessage::createMethodCall(kPortal, kPortalPath, kSettings, "ReadAll");
+  question << QStringList{kGnome, kKde, kAppearance};
   auto* const call = new QDBusPendingCallWatcher(bus.asyncCall(question), this);
   connect(call, &QDBusPendingCallWatcher::finished, this, [this, call] {
-    const QDBusPendingReply<QDBusVariant> reply = *call;
-    if (reply.isValid()) {
-      settingChanged(kGroup, kKey, reply.value());
+    const QDBusMessage reply = call->reply();
+    if (reply.type() == QDBusMessage::ReplyMessage && reply.signature() == "a{sa{sv}}") {
+      const auto settings = qdbus_cast<Settings>(reply.arguments().first());
+      for (auto group = settings.begin(); group != settings.end(); ++group) {
+        for (auto key = group->begin(); key != group->end(); ++key) {
+          settingChanged(group.key(), key.key(), key.value());
+        }
+      }
     }
     call->deleteLater();
   });
 }
 
+/// A slot for the three values themselves is refused by Qt 6.4.
+void LinuxDesktopLook::settingTold(const QDBusMessage& news) {
+  const QVariantList arguments = news.arguments();
+  if (news.signature() == "ssv") {
+    settingChanged(arguments[0].toString(), arguments[1].toString(),
+                   arguments[2].value<QDBusVariant>().variant());
+  }
+}
+
 void LinuxDesktopLook::settingChanged(const QString& group, const QString& key,
-                                      const QDBusVariant& value) {
-  if (group == kGroup && key == kKey) {
-    hasAnimations_ = toBool(value.variant());
+                                      const QVariant& value) {
+  if (group == kGnome && key == "enable-animations") {
+    hasAnimations_ = value.toBool();
+  } else if (group == kKde && key == "AnimationDurationFactor") {
+    animationFactor_ = value.toDouble();
+  } else if (group == kAppearance && key == "reduced-motion") {
+    reducedMotion_ = value.toUInt();
+  } else if (group == kAppearance && key == "color-scheme") {
+    colorScheme_ = value.toUInt();
+    applyColorScheme();
+  }
+}
+
+bool LinuxDesktopLook::wantsReducedMotion() const {
+  return !hasAnimations_ || animationFactor_ == 0.0 || reducedMotion_ == 1;
+}
+
+void LinuxDesktopLook::applyColorScheme() {
+  QGuiApplication::setPalette(QPalette());  // the desktop's own
+  if (colorScheme_ == 1 && !isDark(QGuiApplication::palette())) {
+    QGuiApplication::setPalette(
+        QPalette(QColor::fromRgb(kDarkButton), QColor::fromRgb(kDarkWindow)));
   }
 }
 
@@ -60,12 +100,12 @@ bool LinuxDesktopLook::hasTranslucency() const {
          xSelectionOwner(connection, xScreenSelection(connection, "_NET_WM_CM_S")) != 0;
 }
 
-/// GNOME's bar is dark in both of its faces. Elsewhere the panel wears that of the windows.
+/// The bars of GNOME and Cinnamon are dark in both of their faces. No desktop tells; elsewhere the
+/// best guess is that its bar looks as its windows do.
 bool LinuxDesktopLook::isPanelDark() const {
-  const QPalette palette = QGuiApplication::palette();
-  return qEnvironmentVariable("XDG_CURRENT_DESKTOP").contains("GNOME") ||
-         palette.color(QPalette::Window).lightness() <
-             palette.color(QPalette::WindowText).lightness();
+  const QString desktop = qEnvironmentVariable("XDG_CURRENT_DESKTOP");
+  return desktop.contains("GNOME") || desktop.contains("Cinnamon") ||
+         isDark(QGuiApplication::palette());
 }
 
 /// Some window managers conclude it from the type of a tool window, others do not.

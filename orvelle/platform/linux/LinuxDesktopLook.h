@@ -1,7 +1,7 @@
 // The look of Linux desktops.
 #pragma once
 
-#include <QDBusVariant>
+#include <QDBusMessage>
 #include <QObject>
 #include <QString>
 
@@ -9,23 +9,30 @@
 
 namespace orvelle {
 
-/// Settings from the settings portal, which every larger desktop serves; without one, nothing is
-/// reduced.
+/// Settings come from the settings portal, in the words of GNOME, of KDE and of all desktops
+/// together; without a portal, nothing is reduced. A desktop that prefers dark windows and does not
+/// tell Qt, as GNOME, gets a dark palette for the whole application.
 class LinuxDesktopLook final : public QObject, public DesktopLook {
   Q_OBJECT
 
  public:
   LinuxDesktopLook();
 
-  [[nodiscard]] bool wantsReducedMotion() const override { return !hasAnimations_; }
+  [[nodiscard]] bool wantsReducedMotion() const override;
   [[nodiscard]] bool hasTranslucency() const override;
   [[nodiscard]] bool isPanelDark() const override;
   void keepOutOfTaskBar(QWindow& window) const override;
 
  private:
-  Q_SLOT void settingChanged(const QString& group, const QString& key, const QDBusVariant& value);
+  Q_SLOT void settingTold(const QDBusMessage& news);
+  void settingChanged(const QString& group, const QString& key, const QVariant& value);
 
-  bool hasAnimations_ = true;
+  void applyColorScheme();
+
+  bool hasAnimations_ = true;     ///< of GNOME
+  double animationFactor_ = 1.0;  ///< of KDE: 0 for none
+  unsigned reducedMotion_ = 0;    ///< 1 when wanted
+  unsigned colorScheme_ = 0;      ///< 1 when dark windows are preferred
 };
 
 }  // namespace orvelle

@@ -27,10 +27,16 @@ XEmbedTray::~XEmbedTray() {
 }
 
 void XEmbedTray::lookForTray() {
-  const std::uint32_t tray = xSelectionOwner(connection_, selection_);
-  if (tray != XCB_WINDOW_NONE) {
-    const std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
-    xcb_change_window_attributes(connection_, tray, XCB_CW_EVENT_MASK, &events);
+  std::uint32_t tray = XCB_WINDOW_NONE;
+  std::uint32_t owner = xSelectionOwner(connection_, selection_);
+  // One that ended before its end would have been told is no owner at the second look.
+  while (owner != tray) {
+    tray = owner;
+    if (tray != XCB_WINDOW_NONE) {
+      const std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+      xcb_change_window_attributes(connection_, tray, XCB_CW_EVENT_MASK, &events);
+    }
+    owner = xSelectionOwner(connection_, selection_);
   }
   if (std::exchange(tray_, tray) != tray) {
     onChange_();

@@ -8,10 +8,11 @@ namespace orvelle {
 
 namespace {
 
-/// Menus and tooltips borrow the keyboard from the window that they belong to.
+/// Menus and tooltips borrow the keyboard from the window that they belong to. What the window
+/// manager does not know, as Qt's own window for an icon in an X11 tray, is never given it.
 bool canBecomeKey(const QWindow& window) {
   return window.type() != Qt::Popup && window.type() != Qt::ToolTip &&
-         !window.flags().testFlag(Qt::WindowDoesNotAcceptFocus);
+         !(window.flags() & (Qt::WindowDoesNotAcceptFocus | Qt::BypassWindowManagerHint));
 }
 
 }  // namespace

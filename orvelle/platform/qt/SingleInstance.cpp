@@ -6,6 +6,7 @@
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QThread>
+#include <cstdio>
 
 namespace orvelle {
 
@@ -30,7 +31,8 @@ QString runtimePath() {
 
 SingleInstance::SingleInstance() : address_(runtimePath()), lock_(address_ + ".lock") {
   lock_.setStaleLockTime(0);  // however long it runs: only its end makes the lock stale
-  if (!lock_.tryLock(0)) {
+  lock_.tryLock(0);
+  if (!isFirst()) {
     return;
   }
   QLocalServer::removeServer(address_);
@@ -44,7 +46,10 @@ SingleInstance::SingleInstance() : address_(runtimePath()), lock_(address_ + ".l
     }
   });
   server_.setSocketOptions(QLocalServer::UserAccessOption);
-  server_.listen(address_);
+  if (!lock_.isLocked() || !server_.listen(address_)) {
+    std::fprintf(stderr, "A second start will not find this one: %s cannot be used.\n",
+                 qPrintable(address_));
+  }
 }
 
 /// The call is the connection, its end the answer. The first one may hold the lock and not listen
