@@ -4,7 +4,6 @@
 #include <QPalette>
 #include <QSignalSpy>
 #include <QTest>
-#include <filesystem>
 
 #include "tests/panel/PanelRig.h"
 
@@ -85,12 +84,7 @@ TEST_F(ControlPanel, ShowsItsRowsInOrder) {
 
 // Would catch a warning without its divider, without the system's own name, or for nothing.
 TEST_F(ControlPanel, WarnsOfOtherDrivers) {
-  const auto folder = std::filesystem::path(testing::TempDir()) / "orvelle-panel-drivers";
-  std::filesystem::create_directories(folder / "ParrotAudioPlugin.driver");
-  std::filesystem::create_directories(folder / "BoomAudio.driver");
-  controller.reset();
-  controller = std::make_unique<AudioController>(ControllerHost{
-      {hardware, queue, worker, console}, worker, defaults, services, names, folder});
+  installDrivers();
   open();
   const Texts warning = {
       "-",
@@ -98,7 +92,6 @@ TEST_F(ControlPanel, WarnsOfOtherDrivers) {
       "Also installed: ParrotAudioPlugin.driver, BoomAudio.driver."};
   const Texts shown = rows();
   EXPECT_EQ(shown.mid(shown.indexOf(kIdleNote.front())), kIdleNote + warning + kQuit);
-  std::filesystem::remove_all(folder);
 }
 
 // Would catch a switch that shows what was clicked instead of what is, that toggles twice or only

@@ -84,10 +84,9 @@ TEST_F(LevelMeter, ShowsWhatTheBoostPlays) {
 // Would catch an icon upside down, without its bolt or wave, or as strong when off.
 TEST(OrvelleIconTest, IsAsItWasDrawn) {
   for (const double scale : {1.0, 1.5, 2.0, 8.0}) {
-    const QImage on = OrvelleIcon(true, scale);
-    const QImage off = OrvelleIcon(false, scale);
-    EXPECT_EQ(on.size(), QSize(static_cast<int>(22 * scale), static_cast<int>(16 * scale)));
-    EXPECT_EQ(on.deviceIndependentSize(), QSizeF(22.0, 16.0));
+    const QImage icon = OrvelleIcon(true, scale);
+    EXPECT_EQ(icon.size(), QSize(static_cast<int>(22 * scale), static_cast<int>(16 * scale)));
+    EXPECT_EQ(icon.deviceIndependentSize(), QSizeF(22.0, 16.0));
   }
   const auto alpha = [](const QImage& image, double x, double y) {
     // The drawing counts y from the bottom.

@@ -5,6 +5,7 @@
 #include <QPalette>
 #include <QTest>
 #include <QWheelEvent>
+#include <filesystem>
 
 #include "orvelle/panel/PanelView.h"
 
@@ -133,6 +134,30 @@ void PanelRig::settle() {
     // Rows take their places when a frame is drawn.
     view.grabWindow();
   }
+}
+
+AudioObjectID PanelRig::playMusic() {
+  // Only a panel that is on the screen has a level.
+  services.windows = {{true, true, 300.0, 620.0}};
+  switchOn();
+  ProcessDescription loud;
+  loud.pid = 101;
+  // The volume at half makes 0.9 of both programs.
+  loud.signal = [](std::int64_t, std::uint32_t) { return 7.1F; };
+  const AudioObjectID program = hardware.launch(loud);
+  heard();
+  queue.advance(0.125);
+  return program;
+}
+
+void PanelRig::installDrivers() {
+  const std::filesystem::path folder = drivers_.path().toStdString();
+  for (const char* name : {"ParrotAudioPlugin.driver", "BoomAudio.driver"}) {
+    std::filesystem::create_directories(folder / name);
+  }
+  controller.reset();
+  controller = std::make_unique<AudioController>(ControllerHost{
+      {hardware, queue, worker, console}, worker, defaults, services, names, folder});
 }
 
 void PanelRig::fallAsleep() {

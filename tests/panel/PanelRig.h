@@ -6,6 +6,7 @@
 #include <QQuickItem>
 #include <QQuickView>
 #include <QString>
+#include <QTemporaryDir>
 #include <functional>
 #include <vector>
 
@@ -53,6 +54,10 @@ class PanelRig : public ControllerRig {
     controller->setEqEnabled(true);
     controller->setEqSelection("Custom");
   }
+  /// Switches on, and lets a program play as loudly as it can.
+  AudioObjectID playMusic();
+  /// Two drivers beside ours, and a controller made anew, which finds them.
+  void installDrivers();
   /// Takes the boost to sleep.
   void fallAsleep();
   void fallAsleepFromOn();
@@ -60,6 +65,7 @@ class PanelRig : public ControllerRig {
   QQuickView view;
 
  private:
+  QTemporaryDir drivers_;
   quint64 wheelMilliseconds_ = 0;
 };
 

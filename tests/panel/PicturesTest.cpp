@@ -3,8 +3,6 @@
 #include <QFileInfo>
 #include <QImage>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "tests/panel/PanelRig.h"
@@ -27,22 +25,8 @@ class Pictures : public PanelRig, public testing::WithParamInterface<State> {
   void prepare(const std::string& state);
   /// What the user does in the open panel.
   void show(const std::string& state);
-  void playMusic();
   void nameSpeakers(const std::string& name);
-  void installDrivers();
 };
-
-void Pictures::playMusic() {
-  services.windows = {{true, true, 300.0, 620.0}};
-  switchOn();
-  ProcessDescription loud;
-  loud.pid = 101;
-  // The volume at half makes 0.9 of both programs.
-  loud.signal = [](std::int64_t, std::uint32_t) { return 7.1F; };
-  hardware.launch(loud);
-  heard();
-  queue.advance(0.125);
-}
 
 void Pictures::nameSpeakers(const std::string& name) {
   DeviceDescription speakers = hardware.unplug(kSpeakers);
@@ -50,18 +34,6 @@ void Pictures::nameSpeakers(const std::string& name) {
   hardware.plug(speakers);
   hardware.chooseDefaultOutput(kSpeakers);
   queue.runUntilIdle();
-}
-
-void Pictures::installDrivers() {
-  const std::filesystem::path folder =
-      std::filesystem::path(testing::TempDir()) / "orvelle-drivers";
-  for (const char* name : {"ParrotAudioPlugin.driver", "BoomAudio.driver"}) {
-    std::filesystem::create_directories(folder / name);
-  }
-  controller.reset();
-  controller = std::make_unique<AudioController>(ControllerHost{
-      {hardware, queue, worker, console}, worker, defaults, services, names, folder});
-  std::filesystem::remove_all(folder);
 }
 
 void Pictures::prepare(const std::string& state) {
