@@ -5,13 +5,8 @@
 
 namespace orvelle {
 
-void Hairline::setColor(const QColor& color) {
-  if (color_ == color) {
-    return;
-  }
-  color_ = color;
-  update();
-  emit colorChanged();
+Hairline::Hairline(QQuickItem* parent) : QQuickPaintedItem(parent) {
+  connect(this, &Hairline::changed, this, [this] { update(); });
 }
 
 void Hairline::paint(QPainter* painter) {

@@ -13,18 +13,15 @@ namespace orvelle {
 class Hairline : public QQuickPaintedItem {
   Q_OBJECT
   QML_ELEMENT
-  Q_PROPERTY(QColor color READ color WRITE setColor NOTIFY colorChanged)
+  Q_PROPERTY(QColor color MEMBER color_ NOTIFY changed)
 
  public:
-  using QQuickPaintedItem::QQuickPaintedItem;
-
-  [[nodiscard]] QColor color() const { return color_; }
-  void setColor(const QColor& color);
+  explicit Hairline(QQuickItem* parent = nullptr);
 
   void paint(QPainter* painter) override;
 
  signals:
-  void colorChanged();
+  void changed();
 
  private:
   QColor color_ = Qt::gray;

@@ -13,13 +13,8 @@ constexpr double kRadius = 1.0;
 
 }  // namespace
 
-void SegmentBar::setColors(const QList<QColor>& colors) {
-  if (colors_ == colors) {
-    return;
-  }
-  colors_ = colors;
-  update();
-  emit colorsChanged();
+SegmentBar::SegmentBar(QQuickItem* parent) : QQuickPaintedItem(parent) {
+  connect(this, &SegmentBar::changed, this, [this] { update(); });
 }
 
 void SegmentBar::paint(QPainter* painter) {

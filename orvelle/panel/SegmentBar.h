@@ -14,22 +14,18 @@ namespace orvelle {
 class SegmentBar : public QQuickPaintedItem {
   Q_OBJECT
   QML_ELEMENT
-  Q_PROPERTY(QList<QColor> colors READ colors WRITE setColors NOTIFY colorsChanged)
+  Q_PROPERTY(QList<QColor> colors MEMBER colors_ NOTIFY changed)
 
  public:
-  using QQuickPaintedItem::QQuickPaintedItem;
-
-  /// From left to right.
-  [[nodiscard]] QList<QColor> colors() const { return colors_; }
-  void setColors(const QList<QColor>& colors);
+  explicit SegmentBar(QQuickItem* parent = nullptr);
 
   void paint(QPainter* painter) override;
 
  signals:
-  void colorsChanged();
+  void changed();
 
  private:
-  QList<QColor> colors_;
+  QList<QColor> colors_;  ///< from left to right
 };
 
 }  // namespace orvelle

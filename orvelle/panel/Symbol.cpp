@@ -64,24 +64,7 @@ void paintChevronUpDown(QPainter& painter, const QColor& color) {
 
 Symbol::Symbol(QQuickItem* parent) : QQuickPaintedItem(parent) {
   setAntialiasing(true);
-}
-
-void Symbol::setShape(Shape shape) {
-  if (shape_ == shape) {
-    return;
-  }
-  shape_ = shape;
-  update();
-  emit shapeChanged();
-}
-
-void Symbol::setColor(const QColor& color) {
-  if (color_ == color) {
-    return;
-  }
-  color_ = color;
-  update();
-  emit colorChanged();
+  connect(this, &Symbol::changed, this, [this] { update(); });
 }
 
 void Symbol::paint(QPainter* painter) {

@@ -14,8 +14,8 @@ namespace orvelle {
 class Symbol : public QQuickPaintedItem {
   Q_OBJECT
   QML_ELEMENT
-  Q_PROPERTY(Shape shape READ shape WRITE setShape NOTIFY shapeChanged)
-  Q_PROPERTY(QColor color READ color WRITE setColor NOTIFY colorChanged)
+  Q_PROPERTY(Shape shape MEMBER shape_ NOTIFY changed)
+  Q_PROPERTY(QColor color MEMBER color_ NOTIFY changed)
 
  public:
   enum class Shape : std::uint8_t {
@@ -30,16 +30,10 @@ class Symbol : public QQuickPaintedItem {
 
   explicit Symbol(QQuickItem* parent = nullptr);
 
-  [[nodiscard]] Shape shape() const { return shape_; }
-  void setShape(Shape shape);
-  [[nodiscard]] QColor color() const { return color_; }
-  void setColor(const QColor& color);
-
   void paint(QPainter* painter) override;
 
  signals:
-  void shapeChanged();
-  void colorChanged();
+  void changed();
 
  private:
   Shape shape_ = Shape::HifiSpeaker;
