@@ -20,7 +20,11 @@ T.ItemDelegate {
     highlighted: ListView.isCurrentItem
     hoverEnabled: true
     Accessible.name: text
-    Accessible.onPressAction: clicked()
+    Accessible.onPressAction: {
+        if (enabled) {
+            clicked()
+        }
+    }
 
     background: Rectangle {
         radius: 4

@@ -13,15 +13,12 @@ SegmentBar {
     property real shownLevel: level
     Behavior on shownLevel { NumberAnimation { duration: Theme.meterStep } }
 
-    // Where assistive technology looks for them.
-    readonly property real value: isActive ? level : 0
-    readonly property real minimumValue: 0
-    readonly property real maximumValue: 1
-
     implicitHeight: 6
     colors: Array.from({ length: segments }, (_, segment) => segmentColor(segment))
-    Accessible.role: Accessible.Indicator
+    Accessible.role: Accessible.ProgressBar
     Accessible.name: "Level"
+    // In words: Qt has numbers only for what can be set.
+    Accessible.description: Math.round(100 * (isActive ? Math.min(level, 1) : 0)) + " %"
 
     function segmentColor(segment: int): color {
         // In the precision of the level.

@@ -30,7 +30,12 @@ T.ComboBox {
     }
     Accessible.role: Accessible.ComboBox
     Accessible.name: name
-    Accessible.onPressAction: popup.open()
+    Accessible.description: displayText
+    Accessible.onPressAction: {
+        if (enabled) {
+            popup.open()
+        }
+    }
 
     function placeOf(tag: string): int {
         return choices.findIndex(candidate => candidate.tag === tag)
@@ -68,6 +73,7 @@ T.ComboBox {
     popup: T.Popup {
         readonly property real room: control.Window.height - topMargin - bottomMargin
 
+        enabled: control.enabled
         y: control.height + 3
         width: control.width
         height: Math.min(contentItem.implicitHeight + topPadding + bottomPadding, room)

@@ -28,7 +28,8 @@ T.Slider {
     value: setting
     onValueChanged: {
         const wanted = onStep(value)
-        if (wanted !== setting) {
+        // Assistive technology sets values also while it is disabled.
+        if (enabled && wanted !== setting) {
             requested(wanted)
         }
         if (value !== setting) {
@@ -38,6 +39,8 @@ T.Slider {
     Keys.forwardTo: [input]
     Accessible.name: name
     Accessible.description: valueText
+    Accessible.onIncreaseAction: input.moveBy(step)
+    Accessible.onDecreaseAction: input.moveBy(-step)
 
     /// Without the traces of a division. Steps are one over a whole number.
     function onStep(wanted: real): real {

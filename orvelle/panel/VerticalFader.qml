@@ -37,8 +37,8 @@ Item {
     Accessible.name: name
     Accessible.description: (setting > 0 ? "+" : "") + setting.toFixed(1) + " dB"
     Accessible.focusable: true
-    Accessible.onIncreaseAction: input.request(setting + input.step)
-    Accessible.onDecreaseAction: input.request(setting - input.step)
+    Accessible.onIncreaseAction: input.moveBy(input.step)
+    Accessible.onDecreaseAction: input.moveBy(-input.step)
 
     /// The value at a height in the frame.
     function valueAt(y: real): real {

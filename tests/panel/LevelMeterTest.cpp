@@ -53,34 +53,6 @@ TEST_F(LevelMeter, LightsBelowTheLevel) {
   EXPECT_EQ(lights(1.0F, true, 0), "");
 }
 
-// Would catch a meter that lights up in standby, and one that does not get what the boost plays.
-TEST_F(LevelMeter, ShowsWhatTheBoostPlays) {
-  open();
-  services.windows = {{true, true, 300.0, 620.0}};
-  const auto litPixels = [this] {
-    const QImage image = picture();
-    int count = 0;
-    for (int x = 0; x < image.width(); ++x) {
-      const QPointF row = shownText(controller->dbLabel())->mapToScene({0.0, 0.0});
-      const int y = static_cast<int>((row.y() + 16.0 + 10.0 + 3.0) * view.devicePixelRatio());
-      count += image.pixelColor(x, y).saturation() > 120 ? 1 : 0;
-    }
-    return count;
-  };
-  EXPECT_EQ(litPixels(), 0);
-  switchOn();
-  ProcessDescription loud;
-  loud.pid = 101;
-  loud.signal = [](std::int64_t, std::uint32_t) { return 7.1F; };
-  const AudioObjectID program = hardware.launch(loud);
-  heard();
-  queue.advance(0.125);
-  EXPECT_GT(litPixels(), 150);
-  hardware.quitProcess(program);
-  fallAsleepFromOn();
-  EXPECT_EQ(litPixels(), 0);
-}
-
 // Would catch an icon upside down, without its bolt or wave, or as strong when off.
 TEST(OrvelleIconTest, IsAsItWasDrawn) {
   for (const double scale : {1.0, 1.5, 2.0, 8.0}) {
