@@ -14,10 +14,14 @@ T.Button {
     verticalPadding: 0
     hoverEnabled: true
     font: Desktop.fontOfSize(textSize)
-    Keys.onReturnPressed: clicked()
-    Keys.onEnterPressed: clicked()
+    Keys.forwardTo: [keys]
     Accessible.name: text
-    Accessible.onPressAction: clicked()
+    Accessible.onPressAction: keys.press()
+
+    PressKeys {
+        id: keys
+        onPressed: control.clicked()
+    }
 
     background: ButtonFace {
         isDown: control.down

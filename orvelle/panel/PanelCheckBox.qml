@@ -23,11 +23,15 @@ T.CheckBox {
             checked = Qt.binding(() => isOn)
         }
     }
-    Keys.onReturnPressed: toggle()
-    Keys.onEnterPressed: toggle()
+    Keys.forwardTo: [keys]
     Accessible.name: text
     Accessible.checkable: true
     Accessible.checked: checked
+
+    PressKeys {
+        id: keys
+        onPressed: control.toggle()
+    }
 
     indicator: Item {
         y: Math.round((control.height - height) / 2)

@@ -24,11 +24,15 @@ T.Switch {
             checked = Qt.binding(() => isOn)
         }
     }
-    Keys.onReturnPressed: toggle()
-    Keys.onEnterPressed: toggle()
+    Keys.forwardTo: [keys]
     Accessible.name: name
     Accessible.checkable: true
     Accessible.checked: checked
+
+    PressKeys {
+        id: keys
+        onPressed: control.toggle()
+    }
 
     indicator: Item {
         width: control.width

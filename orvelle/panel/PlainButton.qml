@@ -13,10 +13,14 @@ T.Button {
     padding: 0
     hoverEnabled: true
     font: Desktop.fontOfSize(Theme.caption)
-    Keys.onReturnPressed: clicked()
-    Keys.onEnterPressed: clicked()
+    Keys.forwardTo: [keys]
     Accessible.name: text
-    Accessible.onPressAction: clicked()
+    Accessible.onPressAction: keys.press()
+
+    PressKeys {
+        id: keys
+        onPressed: control.clicked()
+    }
 
     background: Item {
         FocusRing {

@@ -185,7 +185,7 @@ TEST_F(ControlPanel, SlidersTakeKeysAndWheel) {
   EXPECT_NEAR(controller->spatialWidth(), 1.78, 1e-9);
 }
 
-// Would catch a check box that sets the other's setting, or shows what the desktop refused.
+// Would catch a check box that sets the other's setting, or does not follow it.
 TEST_F(ControlPanel, CheckBoxesSetTheirSettings) {
   open();
   click(toggle("Start at login"));
@@ -198,6 +198,26 @@ TEST_F(ControlPanel, CheckBoxesSetTheirSettings) {
   EXPECT_TRUE(controller->idleStandbyEnabled() && isOn("Idle power saving"));
   press(Qt::Key_Return);
   EXPECT_FALSE(controller->idleStandbyEnabled() || isOn("Idle power saving"));
+}
+
+// Would catch a key that presses again and again while it is held down, or not at all.
+TEST_F(ControlPanel, HeldKeysPressOnce) {
+  open();
+  QSignalSpy quits(view.rootObject(), SIGNAL(quitRequested()));
+  QSignalSpy standby(controller.get(), &AudioController::idleStandbyEnabledChanged);
+  QSignalSpy surround(controller.get(), &AudioController::spatialEnabledChanged);
+  int presses = 0;
+  for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter, Qt::Key_Space}) {
+    for (QQuickItem* item :
+         {toggle("3D Surround"), toggle("Idle power saving"), button("Quit Orvelle")}) {
+      item->forceActiveFocus(Qt::TabFocusReason);
+      hold(key);
+    }
+    ++presses;
+    EXPECT_EQ(surround.count(), presses) << key;
+    EXPECT_EQ(standby.count(), presses) << key;
+    EXPECT_EQ(quits.count(), presses) << key;
+  }
 }
 
 // Would catch a panel that cannot be left by button or key.

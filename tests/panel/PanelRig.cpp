@@ -123,6 +123,32 @@ void PanelRig::press(Qt::Key key, Qt::KeyboardModifiers modifiers) {
   settle();
 }
 
+void PanelRig::hold(Qt::Key key) {
+  const auto send = [&](QEvent::Type type, bool isRepeated) {
+    QKeyEvent event(type, key, Qt::NoModifier, {}, isRepeated);
+    QCoreApplication::sendEvent(&view, &event);
+  };
+  send(QEvent::KeyPress, false);
+  for (int repetition = 0; repetition < 3; ++repetition) {
+    // On X11 with a release before each press.
+    send(QEvent::KeyRelease, true);
+    send(QEvent::KeyPress, true);
+  }
+  send(QEvent::KeyRelease, false);
+  settle();
+}
+
+void PanelRig::swipe(QPoint from, QPoint to) {
+  const std::unique_ptr<QPointingDevice> screen(QTest::createTouchDevice());
+  constexpr int kSteps = 40;
+  QTest::touchEvent(&view, screen.get()).press(0, from);
+  for (int step = 1; step <= kSteps; ++step) {
+    QTest::touchEvent(&view, screen.get()).move(0, from + ((to - from) * step / kSteps));
+  }
+  QTest::touchEvent(&view, screen.get()).release(0, to);
+  settle();
+}
+
 QImage PanelRig::picture() {
   settle();
   return view.grabWindow().convertToFormat(QImage::Format_RGB32);

@@ -44,6 +44,11 @@ class PanelRig : public ControllerRig {
   void wheel(QQuickItem* item, int notches, Qt::KeyboardModifiers modifiers = {});
   void turnWheel(QPoint place, int notches, Qt::KeyboardModifiers modifiers = {});
   void press(Qt::Key key, Qt::KeyboardModifiers modifiers = {});
+  /// Until it has repeated itself three times.
+  void hold(Qt::Key key);
+  /// With a finger.
+  void swipe(QPoint from, QPoint to);
+  void tap(QPoint place) { swipe(place, place); }
 
   /// Lets the views follow, and takes a picture.
   QImage picture();
