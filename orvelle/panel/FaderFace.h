@@ -15,15 +15,16 @@ class FaderFace : public QQuickPaintedItem {
   Q_OBJECT
   QML_ELEMENT
   Q_PROPERTY(double position MEMBER position_ NOTIFY changed)
-  Q_PROPERTY(double knobY READ knobY NOTIFY changed)
+  Q_PROPERTY(double pixelRatio MEMBER pixelRatio_ NOTIFY changed)
+  Q_PROPERTY(QPointF knob READ knob NOTIFY changed)
   Q_PROPERTY(QColor quiet MEMBER quiet_ NOTIFY changed)
   Q_PROPERTY(QColor accent MEMBER accent_ NOTIFY changed)
 
  public:
   explicit FaderFace(QQuickItem* parent = nullptr);
 
-  /// Middle of the knob, from the top.
-  [[nodiscard]] double knobY() const;
+  /// Middle of the knob.
+  [[nodiscard]] QPointF knob() const;
 
   void paint(QPainter* painter) override;
 
@@ -34,7 +35,11 @@ class FaderFace : public QQuickPaintedItem {
   /// Where `position_` is, from the top.
   [[nodiscard]] double positionY() const { return height() * (1.0 - position_); }
 
-  double position_ = 0.5;  ///< 0 at the bottom, 1 at the top
+  /// The last edge of the screen's pixels at or before a place.
+  [[nodiscard]] double pixelEdge(double at) const;
+
+  double position_ = 0.5;    ///< 0 at the bottom, 1 at the top
+  double pixelRatio_ = 1.0;  ///< the screen's pixels in a device-independent one
   QColor quiet_ = Qt::gray;
   QColor accent_ = Qt::blue;
 };

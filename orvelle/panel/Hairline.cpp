@@ -10,7 +10,7 @@ Hairline::Hairline(QQuickItem* parent) : QQuickPaintedItem(parent) {
 }
 
 void Hairline::paint(QPainter* painter) {
-  const double scale = painter->device()->devicePixelRatioF();
+  const double scale = painter->deviceTransform().m11();
   painter->fillRect(QRectF(0.0, 0.0, width(), std::floor(scale) / scale), color_);
 }
 

@@ -18,7 +18,7 @@ SegmentBar::SegmentBar(QQuickItem* parent) : QQuickPaintedItem(parent) {
 }
 
 void SegmentBar::paint(QPainter* painter) {
-  const double scale = painter->device()->devicePixelRatioF();
+  const double scale = painter->deviceTransform().m11();
   const auto onPixel = [scale](double x) { return std::round(x * scale) / scale; };
   const double pitch = (width() + kGap) / static_cast<double>(colors_.size());
   painter->setRenderHint(QPainter::Antialiasing);

@@ -73,18 +73,20 @@ Item {
         id: face
         anchors.fill: parent
         position: (fader.setting - fader.from) / (fader.to - fader.from)
+        pixelRatio: fader.Screen.devicePixelRatio
         quiet: Theme.secondary
         accent: Theme.accent
-    }
-    Item {
-        x: Math.floor(5.5 * Screen.devicePixelRatio) / Screen.devicePixelRatio
-        y: face.knobY - height / 2
-        width: 11
-        height: 11
 
-        FocusRing {
-            cornerRadius: parent.height / 2
-            visible: fader.activeFocus && !fader.byPointer
+        Item {
+            x: face.knob.x - width / 2
+            y: face.knob.y - height / 2
+            width: 11
+            height: 11
+
+            FocusRing {
+                cornerRadius: parent.height / 2
+                visible: fader.activeFocus && !fader.byPointer
+            }
         }
     }
 }
