@@ -22,9 +22,9 @@ FocusScope {
     focus: true
     Keys.onEscapePressed: closeRequested()
 
-    /// Brings what the keyboard has reached into sight.
+    /// Brings a row's control into sight.
     function reveal(item: Item) {
-        if (!item || !column.contains(column.mapFromItem(item, 0, 0))) {
+        if (!isInColumn(item)) {
             return
         }
         const top = item.mapToItem(column, 0, 0).y + column.y
@@ -35,8 +35,17 @@ FocusScope {
             scroll.contentY = Math.min(top + item.height + margin, scroll.contentHeight) - scroll.height
         }
     }
-    readonly property Item focused: Window.activeFocusItem
-    onFocusedChanged: reveal(focused)
+    function isInColumn(item: Item): bool {
+        return item !== null && (item === column || isInColumn(item.parent))
+    }
+    readonly property var focused: Window.activeFocusItem
+    onFocusedChanged: {
+        // Not what was pressed: it would move away under the finger.
+        const reasons = [Qt.TabFocusReason, Qt.BacktabFocusReason, Qt.OtherFocusReason]
+        if (reasons.includes(focused?.focusReason)) {
+            reveal(focused)
+        }
+    }
 
     Binding {
         target: Theme

@@ -20,8 +20,8 @@ Item {
     readonly property real maximumValue: to
     readonly property real stepSize: input.step
 
-    /// Whether it has the focus because it was pressed.
-    property bool byPointer: false
+    /// As controls have it.
+    property int focusReason: Qt.OtherFocusReason
 
     implicitWidth: 22
     activeFocusOnTab: true
@@ -31,7 +31,11 @@ Item {
             value = Qt.binding(() => setting)
         }
     }
-    onActiveFocusChanged: byPointer = byPointer && activeFocus
+    onFocusChanged: {
+        if (!focus) {
+            focusReason = Qt.OtherFocusReason
+        }
+    }
     Keys.forwardTo: [input]
     Accessible.role: Accessible.Slider
     Accessible.name: name
@@ -62,7 +66,7 @@ Item {
         anchors.fill: parent
         preventStealing: true
         onPressed: event => {
-            fader.byPointer = true
+            fader.focusReason = Qt.MouseFocusReason
             fader.forceActiveFocus(Qt.MouseFocusReason)
             fader.requested(fader.valueAt(event.y))
         }
@@ -85,7 +89,7 @@ Item {
 
             FocusRing {
                 cornerRadius: parent.height / 2
-                visible: fader.activeFocus && !fader.byPointer
+                visible: fader.activeFocus && fader.focusReason !== Qt.MouseFocusReason
             }
         }
     }

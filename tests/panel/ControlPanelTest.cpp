@@ -116,8 +116,8 @@ TEST_F(ControlPanel, SwitchShowsTheTruth) {
   fallAsleepFromOn();
   EXPECT_TRUE(isOn("Orvelle")) << "armed";
   EXPECT_EQ(colorOf(label), colorOf("speakers name"));
-  click(toggle("Orvelle"));
-  EXPECT_FALSE(isOn("Orvelle") || controller->boostArmed());
+  tap(at(toggle("Orvelle")));
+  EXPECT_FALSE(isOn("Orvelle") || controller->boostArmed()) << "by finger";
   EXPECT_EQ(colorOf(label), secondary);
 }
 
@@ -135,6 +135,8 @@ TEST_F(ControlPanel, SlidersSetWhatTheyName) {
   EXPECT_EQ(controller->boost(), 5.0);
   controller->setBoost(2.0);
   EXPECT_EQ(boost->property("value").toDouble(), 2.0) << "also after drags";
+  swipe(at(boost, 0.28), at(boost, 0.61));
+  EXPECT_EQ(controller->boost(), 3.5) << "by finger";
 
   QQuickItem* width = slider("3D Surround width");
   EXPECT_EQ(width->property("value").toDouble(), 1.5);

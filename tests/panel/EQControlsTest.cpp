@@ -120,12 +120,7 @@ TEST_F(EQControls, FadersFollowThePointer) {
   QTest::mouseRelease(&view, Qt::LeftButton, {}, top + QPoint(0, 51));
   EXPECT_NEAR(gain(5), -6.0, 1e-9);
 
-  const std::unique_ptr<QPointingDevice> screen(QTest::createTouchDevice());
-  QTest::touchEvent(&view, screen.get()).press(0, top + QPoint(0, 60));
-  for (int y = 60; y >= 17; --y) {
-    QTest::touchEvent(&view, screen.get()).move(0, top + QPoint(0, y));
-  }
-  QTest::touchEvent(&view, screen.get()).release(0, top + QPoint(0, 17));
+  swipe(top + QPoint(0, 60), top + QPoint(0, 17));
   EXPECT_NEAR(gain(5), 6.0, 1e-9) << "by finger";
   EXPECT_EQ(controller->customGains().count(0.0), 9) << "no other band";
 }
@@ -184,7 +179,8 @@ TEST_F(EQControls, FadersDrawTheirValue) {
   }
 }
 
-// Would catch a wheel that turns up the sound while the user scrolls past.
+// Would catch a wheel or a finger that turns up the sound while the user scrolls past, and a fader
+// that moves away from the pointer which presses it.
 TEST_F(EQControls, ScrollingPastChangesNothing) {
   editBands();
   controller->setIdleStandbyEnabled(true);
@@ -194,16 +190,28 @@ TEST_F(EQControls, ScrollingPastChangesNothing) {
   view.resize(300, 300);
   view.rootObject()->setHeight(300.0);
   settle();
+  const auto titleY = [this] { return shownText("Orvelle")->mapToScene({0.0, 0.0}).y(); };
+  const double top = titleY();
+  QQuickItem* fader = slider("1 kHz");
+  EXPECT_FALSE(view.contentItem()->contains(fader->mapToScene({0.0, 68.0}))) << "partly hidden";
+  click(fader->mapToScene({11.0, 17.0}).toPoint());
+  EXPECT_NEAR(gain(5), 6.0, 1e-9);
+  EXPECT_EQ(titleY(), top);
+
   const QList<double> gains = controller->customGains();
   const double boost = controller->boost();
-  const auto titleY = [this] { return shownText("Orvelle")->mapToScene({0.0, 0.0}).y(); };
   for (int notch = 0; notch < 100 && titleY() > -250.0; ++notch) {
     turnWheel({150, 40}, -1);
     QTest::qWait(10);
   }
+  EXPECT_LT(titleY(), -250.0) << "past slider and faders";
+  swipe({10, 40}, {10, 280});
+  EXPECT_TRUE(QTest::qWaitFor([&] { return titleY() == top; })) << "by finger";
+  const QPoint track = at(slider("Volume Boost"), 0.8);
+  swipe(track, track - QPoint(0, 60));
+  EXPECT_LT(titleY(), top - 30.0) << "by finger, past the slider";
   EXPECT_EQ(controller->customGains(), gains);
   EXPECT_EQ(controller->boost(), boost);
-  EXPECT_LT(titleY(), -250.0) << "past slider and faders";
 }
 
 }  // namespace
