@@ -26,6 +26,8 @@ Column {
             return
         }
         controller.saveUserPreset(presetName)
+        // The button is about to be disabled.
+        nameField.forceActiveFocus(saveButton.focusReason)
         presetName = ""
     }
 
@@ -36,6 +38,7 @@ Column {
         onRequested: on => section.controller.eqEnabled = on
     }
     PanelComboBox {
+        id: picker
         width: parent.width
         name: "Preset"
         enabled: section.controller.eqEnabled
@@ -94,7 +97,11 @@ Column {
             visible: section.userPresetNames.includes(section.controller.eqSelection)
             text: "Delete"
             textColor: Theme.danger
-            onClicked: section.controller.deleteUserPreset(section.controller.eqSelection)
+            onClicked: {
+                // The button is about to go.
+                picker.forceActiveFocus(focusReason)
+                section.controller.deleteUserPreset(section.controller.eqSelection)
+            }
         }
     }
 }

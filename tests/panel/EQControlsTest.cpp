@@ -93,6 +93,23 @@ TEST_F(EQControls, SavesResetsAndDeletes) {
   EXPECT_FALSE(offers("Delete"));
 }
 
+// Would catch a button that goes and takes the keyboard's place in the panel with it.
+TEST_F(EQControls, KeyboardStaysWhereItSaves) {
+  editBands();
+  open();
+  const auto pressButton = [this](const QString& name) {
+    button(name)->forceActiveFocus(Qt::TabFocusReason);
+    press(Qt::Key_Space);
+  };
+  type("Mine");
+  pressButton("Save");
+  EXPECT_EQ(view.activeFocusItem(), control("Name this preset", QAccessible::EditableText));
+  pressButton("Delete");
+  EXPECT_EQ(view.activeFocusItem(), picker());
+  EXPECT_TRUE(picker()->property("visualFocus").toBool());
+  EXPECT_TRUE(controller->userPresets().isEmpty());
+}
+
 struct Place {
   double y;  ///< of the frame's 68 pixels
   double gainDb;
