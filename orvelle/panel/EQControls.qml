@@ -12,7 +12,8 @@ Column {
     readonly property bool showsBands: controller.eqEnabled && controller.isEditingBands
     readonly property var userPresetNames: Object.keys(controller.userPresets).sort()
 
-    readonly property bool canSave: presetName.trim() !== ""
+    // Something but spaces and tabs.
+    readonly property bool canSave: /[^ \t]/.test(presetName)
 
     spacing: 10
 
