@@ -20,7 +20,6 @@ void loadPanel(QQuickView& view, AudioController& controller, const PanelLook& l
   view.engine()->addImportPath("qrc:/qt/qml");
   view.setInitialProperties({{"controller", QVariant::fromValue(&controller)},
                              {"version", ORVELLE_VERSION},
-                             {"reducedMotion", look.reducedMotion},
                              {"cornerRadius", look.cornerRadius}});
   view.setSource(QUrl("qrc:/qt/qml/app/orvelle/panel/ControlPanel.qml"));
 }

@@ -9,7 +9,6 @@ class AudioController;
 
 /// How a desktop wants the panel.
 struct PanelLook {
-  bool reducedMotion = false;  ///< nothing moves of itself
   double cornerRadius = 0.0;  ///< of a window without a frame of its own, device-independent pixels
 };
 

@@ -222,6 +222,26 @@ TEST_F(ControlPanel, HeldKeysPressOnce) {
   }
 }
 
+// Would catch views that move for those who asked for stillness, and that jump for everybody.
+TEST_F(ControlPanel, MovesOnlyWhereItMay) {
+  open();
+  QQuickItem* equaliser = toggle("EQ");
+  QQuickItem* knob = equaliser->property("indicator").value<QQuickItem*>()->childItems().last();
+  QQuickItem* meter = control("Level", QAccessible::ProgressBar);
+  for (const bool isReduced : {true, false}) {
+    view.rootObject()->setProperty("reducedMotion", isReduced);
+    const double from = knob->x();
+    const double to = 20.0 - from;
+    const double level = isReduced ? 0.5 : 0.75;
+    controller->setEqEnabled(!controller->eqEnabled());
+    meter->setProperty("level", level);
+    EXPECT_EQ(knob->x(), isReduced ? to : from);
+    EXPECT_EQ(meter->property("shownLevel").toDouble(), isReduced ? level : 0.5);
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return knob->x() == to && meter->property("shownLevel").toDouble() == level; }));
+  }
+}
+
 // Would catch a panel that cannot be left by button or key.
 TEST_F(ControlPanel, AsksToQuitAndToClose) {
   open();

@@ -50,8 +50,9 @@ PanelRig::~PanelRig() {
 }
 
 void PanelRig::open() {
-  loadPanel(view, *controller, {.reducedMotion = true});
+  loadPanel(view, *controller);
   ASSERT_EQ(view.status(), QQuickView::Ready) << view.errors().value(0).toString().toStdString();
+  view.rootObject()->setProperty("reducedMotion", true);
   view.show();
   view.requestActivate();
   ASSERT_TRUE(QTest::qWaitForWindowActive(&view));
