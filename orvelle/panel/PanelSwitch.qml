@@ -58,7 +58,7 @@ T.Switch {
             width: 16 + (control.down ? 3 : 0)
             height: 16
             radius: 8
-            color: "#ffffff"
+            color: control.checked ? Theme.textOnAccent : Theme.white
             border.color: Theme.faded("#000000", 0.12)
             border.width: 1
             Behavior on x { NumberAnimation { duration: Theme.quick; easing.type: Easing.OutCubic } }

@@ -21,8 +21,9 @@ QtObject {
     readonly property color secondary: isDark ? "#a3a3ac" : "#66666e"
     readonly property color accent: suits(palette.highlight)
                                     ? palette.highlight : (isDark ? "#3b8cff" : "#0a6cf0")
+    readonly property color white: "#ffffff"
     /// On the accent.
-    readonly property color textOnAccent: "#ffffff"
+    readonly property color textOnAccent: contrast(white, accent) >= 3 ? white : "#1c1c1f"
 
     /// What can be pressed or typed into, and how it answers to the pointer.
     readonly property color control: isDark ? "#3b3b40" : "#ffffff"
@@ -66,8 +67,22 @@ QtObject {
     }
 
     /// Whether a desktop's colour of selected things stands out from the panel. Some are a mere
-    /// tint of the ground.
+    /// tint of the ground, and greys would look disabled.
     function suits(color: color): bool {
-        return color.hslSaturation > 0.25 && color.hslLightness > 0.3 && color.hslLightness < 0.68
+        return color.hslSaturation > 0.25 && contrast(color, background) >= 3
+    }
+
+    /// As the Web Content Accessibility Guidelines measure it: 1 where there is none, 3 is the least
+    /// for controls.
+    function contrast(one: color, other: color): real {
+        const lighter = Math.max(luminance(one), luminance(other))
+        const darker = Math.min(luminance(one), luminance(other))
+        return (lighter + 0.05) / (darker + 0.05)
+    }
+    function luminance(color: color): real {
+        return 0.2126 * linear(color.r) + 0.7152 * linear(color.g) + 0.0722 * linear(color.b)
+    }
+    function linear(channel: real): real {
+        return channel <= 0.04045 ? channel / 12.92 : Math.pow((channel + 0.055) / 1.055, 2.4)
     }
 }

@@ -59,9 +59,10 @@ void PanelRig::open() {
   settle();
 }
 
-void PanelRig::wearFace(bool dark) {
+void PanelRig::wearFace(bool dark, const char* highlight) {
   QPalette palette(dark ? QColor("#2a2a2e") : QColor("#efeff2"));
-  palette.setColor(QPalette::Highlight, QColor(dark ? "#3b82f6" : "#2f6fed"));
+  const char* usual = dark ? "#3b82f6" : "#2f6fed";
+  palette.setColor(QPalette::Highlight, QColor(highlight == nullptr ? usual : highlight));
   QGuiApplication::setPalette(palette);
   settle();
 }

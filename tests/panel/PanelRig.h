@@ -21,7 +21,8 @@ class PanelRig : public ControllerRig {
 
   /// Opens the panel on the controller as it is. Nothing moves of itself.
   void open();
-  void wearFace(bool dark);
+  /// In a desktop's usual colour of selected things, or another.
+  void wearFace(bool dark, const char* highlight = nullptr);
 
   /// What assistive technology finds under the name; null where it finds nothing.
   QAccessibleInterface* accessible(const QString& name, QAccessible::Role role);
