@@ -99,7 +99,7 @@ FocusScope {
                         color: Theme.primary
                     }
                     Caption {
-                        anchors.verticalCenter: parent.verticalCenter
+                        anchors.baseline: title.baseline
                         text: "v" + panel.version
                         font.pixelSize: Theme.caption2
                     }
@@ -154,7 +154,7 @@ FocusScope {
                 Symbol {
                     id: speaker
                     anchors.verticalCenter: parent.verticalCenter
-                    width: 16
+                    width: 14
                     height: 14
                     shape: Symbol.HifiSpeaker
                     color: Theme.primary

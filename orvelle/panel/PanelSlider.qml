@@ -103,8 +103,8 @@ T.Slider {
         Rectangle {
             anchors.fill: parent
             radius: width / 2
-            color: !control.enabled ? Theme.controlPressed
-                                    : control.pressed ? Theme.controlPressed : Theme.knob
+            color: !control.enabled ? Theme.knobDisabled
+                 : control.pressed ? Theme.knobPressed : Theme.knob
             border.color: Theme.knobBorder
             border.width: 1
         }

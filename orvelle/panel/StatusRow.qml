@@ -16,8 +16,8 @@ Item {
 
     Symbol {
         id: symbol
-        width: 16
-        height: 13
+        width: 14
+        height: 14
         shape: row.shape
         color: row.symbolColor
     }

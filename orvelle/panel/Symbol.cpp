@@ -25,20 +25,20 @@ QPainterPath polyline(std::initializer_list<QPointF> points) {
 
 void paintHifiSpeaker(QPainter& painter, const QColor& color) {
   painter.setPen(line(color, 1.6));
-  painter.drawRoundedRect(QRectF(4.0, 1.0, 12.0, 18.0), 2.6, 2.6);
-  painter.drawEllipse(QPointF(10.0, 12.6), 3.5, 3.5);
+  painter.drawRoundedRect(QRectF(0.8, 1.0, 12.0, 18.0), 2.6, 2.6);
+  painter.drawEllipse(QPointF(6.8, 12.6), 3.5, 3.5);
   painter.setPen(Qt::NoPen);
   painter.setBrush(color);
-  painter.drawEllipse(QPointF(10.0, 12.6), 1.1, 1.1);
-  painter.drawEllipse(QPointF(10.0, 5.2), 1.5, 1.5);
+  painter.drawEllipse(QPointF(6.8, 12.6), 1.1, 1.1);
+  painter.drawEllipse(QPointF(6.8, 5.2), 1.5, 1.5);
 }
 
 void paintExclamationTriangle(QPainter& painter, const QColor& color) {
   QPainterPathStroker edge(line(color, 3.0));
-  const QPainterPath core = polyline({{10.0, 3.2}, {17.6, 16.4}, {2.4, 16.4}, {10.0, 3.2}});
+  const QPainterPath core = polyline({{9.1, 3.2}, {16.7, 16.4}, {1.5, 16.4}, {9.1, 3.2}});
   QPainterPath mark;
-  mark.addRoundedRect(QRectF(9.0, 6.0, 2.0, 6.6), 1.0, 1.0);
-  mark.addEllipse(QPointF(10.0, 15.0), 1.25, 1.25);
+  mark.addRoundedRect(QRectF(8.1, 6.0, 2.0, 6.6), 1.0, 1.0);
+  mark.addEllipse(QPointF(9.1, 15.0), 1.25, 1.25);
   painter.fillPath(core.united(edge.createStroke(core)).subtracted(mark), color);
 }
 

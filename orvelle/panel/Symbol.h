@@ -9,8 +9,9 @@
 
 namespace orvelle {
 
-/// One symbol, in one colour, as large as fits into the middle of the item. Says nothing to
-/// assistive technology: the text beside it does.
+/// One symbol, in one colour, as large as fits into the middle of the item; those that stand beside
+/// texts begin at its left edge, so that they line up in a column. Says nothing to assistive
+/// technology: the text beside it does.
 class Symbol : public QQuickPaintedItem {
   Q_OBJECT
   QML_ELEMENT

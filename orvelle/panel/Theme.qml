@@ -32,6 +32,8 @@ QtObject {
     readonly property color controlBorder: isDark ? "#55555c" : "#c6c6cd"
     readonly property color track: isDark ? "#4c4c53" : "#d5d5db"
     readonly property color knob: isDark ? "#e9e9ee" : "#ffffff"
+    readonly property color knobPressed: isDark ? "#c9c9d0" : "#ececf0"
+    readonly property color knobDisabled: isDark ? "#5a5a61" : "#ececf0"
     readonly property color knobBorder: isDark ? "#1a1a1c" : "#b4b4bc"
     readonly property color field: isDark ? "#1b1b1e" : "#ffffff"
     readonly property color menu: isDark ? "#2f2f33" : "#ffffff"

@@ -46,11 +46,14 @@ void Pictures::prepare(const std::string& state) {
     hardware.inject({.kind = CallKind::createAggregateDevice});
     controller->toggle();
     queue.advance(15.0);
-  } else if (state == "error-and-standby") {
+  } else if (state == "error-and-standby" || state == "scrolled") {
     fallAsleep();
     hangNextStartFor(12.0);
     hardware.setPlaying(player, true);
     queue.advance(9.0);
+    if (state == "scrolled") {
+      editBands();
+    }
   } else if (state == "keyboard") {
     editBands();
   } else if (state == "bands") {
@@ -80,6 +83,8 @@ void Pictures::show(const std::string& state) {
     click(control("Preset", QAccessible::ComboBox));
   } else if (state == "keyboard") {
     slider("64 Hz")->forceActiveFocus(Qt::TabFocusReason);
+  } else if (state == "scrolled") {
+    button("Quit Orvelle")->forceActiveFocus(Qt::TabFocusReason);
   }
 }
 
@@ -129,8 +134,9 @@ TEST_P(Pictures, AreAsTheyWere) {
 
 std::vector<State> everyState() {
   std::vector<State> states;
-  for (const char* name : {"off", "on", "standby", "error", "error-and-standby", "bands",
-                           "user-preset", "menu", "drivers", "long-name", "no-name", "keyboard"}) {
+  for (const char* name :
+       {"off", "on", "standby", "error", "error-and-standby", "bands", "user-preset", "menu",
+        "drivers", "long-name", "no-name", "keyboard", "scrolled"}) {
     states.push_back({name, false});
     states.push_back({name, true});
   }
