@@ -115,7 +115,8 @@ ScopedEnvironment::~ScopedEnvironment() {
 
 PrivateSession::PrivateSession(const SessionOptions& options)
     : environment_(makeEnvironment()), scopedEnvironment_(environment_) {
-  writeSessionConfiguration(environment_.at("XDG_CONFIG_HOME"), options);
+  writeSessionConfiguration(environment_.at("XDG_CONFIG_HOME"), environment_.at("XDG_DATA_HOME"),
+                            options);
   if (sessionManagerReadsLua(environment_)) {
     environment_["WIREPLUMBER_CONFIG_DIR"] =
         environment_.at("XDG_CONFIG_HOME") + "/wireplumber-lua";

@@ -22,6 +22,15 @@ std::string listOf(const std::vector<std::string>& items) {
   return text + " ]";
 }
 
+/// One property a line. Keys stand in brackets in Lua.
+std::string listed(const StandIn& standIn, std::string_view beforeKey, std::string_view afterKey) {
+  std::ostringstream text;
+  for (const auto& [key, value] : standIn.properties()) {
+    text << "    " << beforeKey << '"' << key << '"' << afterKey << " = \"" << value << "\",\n";
+  }
+  return text.str();
+}
+
 std::string serverConfiguration(const SessionOptions& options) {
   std::vector<std::string> rates;
   for (const int rate : options.allowedRates) {
@@ -47,13 +56,25 @@ std::string serverConfiguration(const SessionOptions& options) {
        << "  actions = { update-props = { " << limits << " } } } ]\n"
        << "context.objects = [\n";
   for (const StandIn& standIn : options.standIns) {
-    text << "  { factory = adapter args = {\n";
-    for (const auto& [key, value] : standIn.properties()) {
-      text << "    " << key << " = \"" << value << "\"\n";
+    if (!options.areManagersOwn) {
+      text << "  { factory = adapter args = {\n" << listed(standIn, "", "");
+      text << "    object.linger = true\n  } }\n";
     }
-    text << "    object.linger = true\n  } }\n";
   }
   text << "]\n";
+  return text.str();
+}
+
+/// Makes the outputs in the session manager, as its own monitors make those of hardware.
+std::string outputScript(const SessionOptions& options) {
+  std::ostringstream text;
+  text << "outputs = {}\n";
+  for (const StandIn& standIn : options.standIns) {
+    if (options.areManagersOwn) {
+      text << "table.insert(outputs, Node(\"adapter\", {\n" << listed(standIn, "[", "]") << "}))\n";
+    }
+  }
+  text << "for _, output in ipairs(outputs) do output:activate(Feature.Proxy.BOUND) end\n";
   return text.str();
 }
 
@@ -117,6 +138,7 @@ module("default-nodes-api")
 module("mixer-api")
 script("create-item.lua", policy)
 script("policy-node.lua", policy)
+script("outputs.lua")
 )";
 
 /// The session manager from 0.5: the stock configuration without what needs hardware or D-Bus.
@@ -132,6 +154,12 @@ wireplumber.profiles = {
     support.reserve-device = disabled
   }
 }
+)";
+
+/// The outputs' script is a component like any other there.
+constexpr std::string_view outputsFragment = R"(
+wireplumber.components = [ { name = outputs.lua type = script/lua provides = session.outputs } ]
+wireplumber.profiles = { main = { session.outputs = required } }
 )";
 
 }  // namespace
@@ -163,12 +191,17 @@ std::map<std::string, std::string> StandIn::properties() const {
 }
 
 void writeSessionConfiguration(const std::filesystem::path& directory,
-                               const SessionOptions& options) {
+                               const std::filesystem::path& data, const SessionOptions& options) {
   writeFile(directory / "pipewire/pipewire.conf.d/session.conf", serverConfiguration(options));
   writeFile(directory / "pipewire/pipewire-pulse.conf.d/session.conf", pulseConfiguration);
   writeFile(directory / "wireplumber-lua/wireplumber.conf", luaDaemonConfiguration);
   writeFile(directory / "wireplumber-lua/session.lua", luaComponents);
   writeFile(directory / "wireplumber/wireplumber.conf.d/session.conf", profileFragment);
+  writeFile(directory / "wireplumber/wireplumber.conf.d/outputs.conf", outputsFragment);
+  // Scripts are looked for among the settings up to 0.4, among the data from 0.5 on.
+  for (const auto& parent : {directory, data}) {
+    writeFile(parent / "wireplumber/scripts/outputs.lua", outputScript(options));
+  }
 }
 
 }  // namespace orvelle::instruments

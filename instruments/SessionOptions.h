@@ -27,6 +27,9 @@ struct StandIn {
 
 struct SessionOptions {
   std::vector<StandIn> standIns;
+  /// They go and return with the session manager, as hardware does that it has found. Otherwise
+  /// they are the server's.
+  bool areManagersOwn = false;
   int clockRate = 48000;            // Hz
   std::vector<int> allowedRates{};  ///< Hz; empty: the clock rate alone
   int quantum = 1024;               // frames
@@ -35,8 +38,9 @@ struct SessionOptions {
 };
 
 /// Writes the configuration of the server, of the PulseAudio server and of the session manager
-/// (both of its generations) below `directory`, which stands for $XDG_CONFIG_HOME.
+/// (both of its generations) below `directory` and `data`, which stand for $XDG_CONFIG_HOME and
+/// $XDG_DATA_HOME.
 void writeSessionConfiguration(const std::filesystem::path& directory,
-                               const SessionOptions& options);
+                               const std::filesystem::path& data, const SessionOptions& options);
 
 }  // namespace orvelle::instruments
