@@ -1,6 +1,7 @@
 #include "orvelle/BoostEngine.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "orvelle/OutputRanking.h"
@@ -18,8 +19,8 @@ constexpr int kDeviceStartAttempts = 11;
 constexpr double kDeviceStartWaitSeconds = 0.1;
 constexpr int kRestoreAttempts = 3;
 /// A session manager that has just begun takes some hundred milliseconds to give devices their
-/// stored volumes.
-constexpr double kStoredVolumeSeconds = 1.0;
+/// stored volumes, and seconds on a busy machine.
+constexpr std::array kRaiseAgainSeconds = {0.1, 0.2, 0.4, 0.7, 1.0, 2.0, 3.0};
 
 }  // namespace
 
@@ -179,7 +180,20 @@ void BoostEngine::handLevelToLoopback(AudioObjectID loopback, OutputLevel level,
   }
   // A loopback may remember a mute from an earlier life; nobody would find out why it is silent.
   level.mute = level.mute.value_or(false);
+  levelForLoopback_ = level;
   loopbackGovernsVolume_ = setOutputLevel(hal_, loopback, level) && level.volume.has_value();
+}
+
+/// What the user has set it to, where the one before it still tells; else what the user knows of
+/// the output. While that one is owed its level, it may stand as loud as it vanished.
+OutputLevel BoostEngine::levelForNewLoopback(const AudioDeviceInfo& output) const {
+  const OutputLevel former =
+      loopbackGovernsVolume_ ? outputLevel(hal_, loopbackID_) : OutputLevel{};
+  if (former.volume) {
+    return former;
+  }
+  const auto owed = owedLevels_.find(output.uid);
+  return owed != owedLevels_.end() ? owed->second : outputLevel(hal_, output.id);
 }
 
 void BoostEngine::reassertLoopbackDefault() {
@@ -286,16 +300,21 @@ void BoostEngine::resume() {
   if (!outputUID.empty() && hal_.device(loopbackUID_) && hal_.device(outputUID)) {
     teardownAggregate();
     rebuild(outputUID);
-    host_.queue.postAfter(kStoredVolumeSeconds, whileAlive(&BoostEngine::raiseAgain));
   }
 }
 
-/// Whoever stores volumes may give a device that it has just found the former one back, and the
-/// boost would be too quiet from then on. A volume that somebody chooses is left alone.
+/// Whoever stores volumes may give a device that it has just found the former one back, and a
+/// loopback that has just been made may not take its volume yet: the boost would be too quiet from
+/// then on. A volume that somebody chooses is left alone.
 void BoostEngine::raiseAgain() {
-  if (isRunning_ && isOutputRaised_ &&
-      hal_.hasOutputVolume(boostedOutputID_, *boostedOutputPrevLevel_.volume)) {
-    hal_.setOutputVolume(boostedOutputID_, 1.0F);
+  if (!isRunning_ || !boostedOutputPrevLevel_.volume || !isDefaultOnLoopback()) {
+    return;
+  }
+  if (!loopbackGovernsVolume_) {
+    handLevelToLoopback(loopbackID_, levelForLoopback_, boostedOutputUID_);
+  }
+  if (hal_.hasOutputVolume(boostedOutputID_, *boostedOutputPrevLevel_.volume)) {
+    raiseIfGoverned();
   }
 }
 
@@ -323,17 +342,20 @@ void BoostEngine::raiseOutput(AudioObjectID output, const std::string& outputUID
     owedLevels_.erase(owed);
   }
   tellDebts();
+  raiseIfGoverned();
+}
+
+void BoostEngine::raiseIfGoverned() {
   const bool isMuted = boostedOutputPrevLevel_.mute.value_or(false);
-  if (!loopbackGovernsVolume_ || (isMuted && !handMuteToLoopback(outputUID))) {
+  if (!loopbackGovernsVolume_ || (isMuted && !handMuteToLoopback(boostedOutputUID_))) {
     return;
   }
   // A volume that cannot be read could not be put back either.
   if (boostedOutputPrevLevel_.volume) {
-    isOutputRaised_ = true;
-    hal_.setOutputVolume(output, 1.0F);
+    hal_.setOutputVolume(boostedOutputID_, 1.0F);
   }
   if (isMuted) {
-    hal_.setOutputMute(output, false);
+    hal_.setOutputMute(boostedOutputID_, false);
   }
 }
 
@@ -356,7 +378,6 @@ void BoostEngine::lowerOutput() {
   if (boostedOutputID_ == kAudioObjectUnknown) {
     return;
   }
-  isOutputRaised_ = false;
   const AudioObjectID output = std::exchange(boostedOutputID_, kAudioObjectUnknown);
   const OutputLevel level = std::exchange(boostedOutputPrevLevel_, {});
   if (!setOutputLevel(hal_, output, level)) {
@@ -391,9 +412,11 @@ void BoostEngine::buildAndStart(const std::string& outputUID) {
   if (!loopback || !putDefaultOn(loopback->id, kFollowWaitSeconds)) {
     throw EngineError::osStatus("SetDefaultOutput (loopback never took)", -1);
   }
-  if (std::exchange(loopbackID_, loopback->id) != loopback->id) {
-    // One that went and came back has a volume of its own. What the user knows is the output's.
-    handLevelToLoopback(loopback->id, outputLevel(hal_, output->id), outputUID);
+  if (loopbackID_ != loopback->id) {
+    // One that went and came back has a volume of its own.
+    const OutputLevel level = levelForNewLoopback(*output);
+    loopbackID_ = loopback->id;
+    handLevelToLoopback(loopback->id, level, outputUID);
   }
   throwIfGivenUp();
   // The loopback's volume is the system's control: it is never raised, whoever asks to feed it.
@@ -408,6 +431,11 @@ void BoostEngine::buildAndStart(const std::string& outputUID) {
   startIOProc();
   currentOutputUID_ = outputUID;
   wantedOutputUID_ = outputUID;
+  if (isRunning_) {
+    for (const double seconds : kRaiseAgainSeconds) {
+      host_.queue.postAfter(seconds, whileAlive(&BoostEngine::raiseAgain));
+    }
+  }
 }
 
 AudioObjectID BoostEngine::makeAggregate(const std::string& loopbackUID,

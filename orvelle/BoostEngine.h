@@ -82,6 +82,7 @@ class BoostEngine final : public BoostRender {
   bool putDefaultOn(AudioObjectID loopback, double waitSeconds);
   void throwIfGivenUp() const;
   void handLevelToLoopback(AudioObjectID loopback, OutputLevel level, const std::string& outputUID);
+  [[nodiscard]] OutputLevel levelForNewLoopback(const AudioDeviceInfo& output) const;
   [[nodiscard]] bool isDefaultOnLoopback() const;
   [[nodiscard]] bool mayRestoreDefault() const;
   void restoreDefaultOutput();
@@ -97,6 +98,7 @@ class BoostEngine final : public BoostRender {
   void rebuild(const std::string& outputUID);
 
   void raiseOutput(AudioObjectID output, const std::string& outputUID);
+  void raiseIfGoverned();
   bool handMuteToLoopback(const std::string& outputUID);
   void lowerOutput();
   void settleOwedLevels();
@@ -129,7 +131,6 @@ class BoostEngine final : public BoostRender {
   AudioObjectID boostedOutputID_ = kAudioObjectUnknown;
   std::string boostedOutputUID_;
   OutputLevel boostedOutputPrevLevel_;
-  bool isOutputRaised_ = false;  ///< or is about to be
   /// By uid: the levels of raised outputs that were gone when they should have been put back.
   std::map<std::string, OutputLevel> owedLevels_;
   /// uids of the outputs whose mute the loopback has taken over since the start.
@@ -137,6 +138,7 @@ class BoostEngine final : public BoostRender {
   /// Whether the loopback has taken over the volume. Without that no output is raised: nothing
   /// would govern its loudness.
   bool loopbackGovernsVolume_ = false;
+  OutputLevel levelForLoopback_;  ///< as it was last handed over
 
   /// As the device guard last found them.
   std::vector<AudioObjectID> knownDevices_;

@@ -233,6 +233,66 @@ TEST_F(BoostGuardTest, OutputIsLoweredWhileTheLoopbackIsAway) {
   EXPECT_EQ(rig.volume(kSpeakers), 0.5F);
 }
 
+// Fault: what the user has set while the boost ran is lost with the loopback, and the sound jumps
+// to the volume from before the start, or is heard though it was muted.
+TEST_F(BoostGuardTest, NewLoopbackHasTheLevelOfTheFormerOne) {
+  rig.start();
+  hardware.setVolume(kLoopback, 0.2F);
+  hardware.setMute(kLoopback, true);
+  hardware.unplug(kLoopback);
+  hardware.plug(loopbackDevice(kLoopback));
+  pump();
+  EXPECT_EQ(rig.volume(kLoopback), 0.2F);
+  EXPECT_EQ(rig.hal.outputMute(hardware.id(kLoopback)), true);
+  EXPECT_EQ(rig.volume(kSpeakers), 1.0F);
+}
+
+// Fault: while a new loopback does not take a volume, the output is raised all the same; it stays
+// low for ever; or what a loopback is given is the volume that the one before it came with, or the
+// one that its output has vanished with.
+TEST_F(BoostGuardTest, OutputIsRaisedOnceTheNewLoopbackHasTakenItsLevel) {
+  const auto loseAll = [this] {
+    hardware.unplug(kLoopback);
+    const DeviceDescription output = hardware.unplug(kSpeakers);
+    pump();
+    hardware.plug(loopbackDevice(kLoopback));
+    hardware.plug(output);
+  };
+  const auto refuseVolumeOf = [this](const std::string& uid) {
+    hardware.inject({.kind = CallKind::setPropertyData,
+                     .selector = kAudioDevicePropertyVolumeScalar,
+                     .object = hardware.id(uid),
+                     .effect = FaultEffect::ignore});
+  };
+  rig.start();
+  expectNoBurst();
+  for (int loss = 0; loss < 2; ++loss) {
+    loseAll();
+    refuseVolumeOf(kLoopback);
+    pump();
+    EXPECT_EQ(engine.currentOutputUID(), kSpeakers);
+    EXPECT_EQ(rig.volume(kLoopback), 1.0F);
+    EXPECT_EQ(rig.volume(kSpeakers), 0.5F);
+  }
+  hardware.clearFaults();
+  rig.queue.advance(0.3);
+  EXPECT_EQ(rig.volume(kLoopback), 0.5F);
+  EXPECT_FLOAT_EQ(rig.heard(kSpeakers), boosted);
+
+  loseAll();
+  refuseVolumeOf(kLoopback);
+  pump();
+  hardware.setVolume(kSpeakers, 1.0F);
+  loseAll();
+  refuseVolumeOf(kSpeakers);
+  pump();
+  EXPECT_EQ(rig.volume(kLoopback), 0.5F);
+  EXPECT_FLOAT_EQ(rig.heard(kSpeakers), boosted);
+  hardware.clearFaults();
+  engine.stop(true);
+  EXPECT_EQ(rig.volume(kSpeakers), 0.5F);
+}
+
 // Fault: a device that went and came back unnoticed is taken for the one that is fed already.
 TEST_F(BoostGuardTest, ReturnedOutputIsFollowedThoughNobodyToldThatItWasGone) {
   rig.start();

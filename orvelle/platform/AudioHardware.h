@@ -69,6 +69,7 @@ class AudioHardware {
   virtual ~AudioHardware() = default;
 
   /// @name Properties
+  /// A loopback that was lost may go on telling its last volume and mute under its id.
   /// @{
   [[nodiscard]] virtual bool hasProperty(AudioObjectID object, const PropertyAddress& address) = 0;
   virtual OSStatus isPropertySettable(AudioObjectID object, const PropertyAddress& address,

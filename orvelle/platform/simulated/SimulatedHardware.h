@@ -8,7 +8,9 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "orvelle/platform/AudioHardware.h"
@@ -161,6 +163,8 @@ class SimulatedHardware : public AudioHardware {
   PropertyResult read(AudioObjectID object, const PropertyAddress& address) const;
   PropertyResult readSystem(const PropertyAddress& address) const;
   PropertyResult readDevice(const Device& device, const PropertyAddress& address) const;
+  static PropertyResult readLevel(const DeviceDescription& description,
+                                  const PropertyAddress& address);
   static PropertyResult readProcess(const Process& process, const PropertyAddress& address);
   bool isSettable(AudioObjectID object, const PropertyAddress& address) const;
   OSStatus write(AudioObjectID object, const PropertyAddress& address, const PropertyValue& value);
@@ -204,6 +208,7 @@ class SimulatedHardware : public AudioHardware {
   AudioObjectID defaultOutput_ = kAudioObjectUnknown;
   // Ordered by id or token, which is the order of appearance.
   std::map<AudioObjectID, Device> devices_;
+  std::optional<std::pair<AudioObjectID, DeviceDescription>> lostLoopback_;
   std::map<AudioObjectID, Process> processes_;
   std::map<AudioObjectID, Tap> taps_;
   std::map<AudioDeviceIOProcID, std::shared_ptr<IOProc>> procs_;

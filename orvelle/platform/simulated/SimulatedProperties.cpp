@@ -74,6 +74,9 @@ SimulatedHardware::PropertyResult SimulatedHardware::read(AudioObjectID object,
   if (const auto process = processes_.find(object); process != processes_.end()) {
     return readProcess(process->second, address);
   }
+  if (lostLoopback_ && object == lostLoopback_->first) {
+    return readLevel(lostLoopback_->second, address);
+  }
   if (!taps_.contains(object)) {
     return {kAudioHardwareBadObjectError, {}};
   }
@@ -100,7 +103,6 @@ SimulatedHardware::PropertyResult SimulatedHardware::readSystem(
 SimulatedHardware::PropertyResult SimulatedHardware::readDevice(
     const Device& device, const PropertyAddress& address) const {
   const DeviceDescription& description = device.description;
-  const bool ofOutput = address.scope == kAudioObjectPropertyScopeOutput;
   switch (address.selector) {
     case kAudioDevicePropertyDeviceUID:
       return {kFound, description.uid};
@@ -114,19 +116,24 @@ SimulatedHardware::PropertyResult SimulatedHardware::readDevice(
       return {kFound, description.nominalSampleRate};
     case kAudioDevicePropertyDeviceIsRunning:
       return {kFound, std::uint32_t{isRunning(device) ? 1U : 0U}};
-    case kAudioDevicePropertyVolumeScalar:
-      if (const auto control = description.volumes.find(address.element);
-          ofOutput && control != description.volumes.end()) {
-        return {kFound, control->second.value};
-      }
-      break;
-    case kAudioDevicePropertyMute:
-      if (ofOutput && address.element == kAudioObjectPropertyElementMain && description.mute) {
-        return {kFound, std::uint32_t{*description.mute ? 1U : 0U}};
-      }
-      break;
     default:
-      break;
+      return readLevel(description, address);
+  }
+}
+
+SimulatedHardware::PropertyResult SimulatedHardware::readLevel(const DeviceDescription& description,
+                                                               const PropertyAddress& address) {
+  const auto control = description.volumes.find(address.element);
+  if (address.scope != kAudioObjectPropertyScopeOutput) {
+    return {kAudioHardwareUnknownPropertyError, {}};
+  }
+  if (address.selector == kAudioDevicePropertyVolumeScalar &&
+      control != description.volumes.end()) {
+    return {kFound, control->second.value};
+  }
+  if (address.selector == kAudioDevicePropertyMute && description.mute &&
+      address.element == kAudioObjectPropertyElementMain) {
+    return {kFound, std::uint32_t{*description.mute ? 1U : 0U}};
   }
   return {kAudioHardwareUnknownPropertyError, {}};
 }

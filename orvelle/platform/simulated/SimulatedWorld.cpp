@@ -45,6 +45,9 @@ DeviceDescription SimulatedHardware::unplug(const std::string& uid) {
     const AudioObjectID id = device->id;
     description = device->description;
     orphans = takeProcsOf(id);
+    if (description.isLoopback) {
+      lostLoopback_.emplace(id, description);
+    }
     devices_.erase(id);
     notify(kAudioObjectSystemObject, {kAudioHardwarePropertyDevices});
     if (defaultOutput_ == id) {
