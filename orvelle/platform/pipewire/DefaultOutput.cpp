@@ -106,6 +106,12 @@ bool DefaultOutput::moveTo(std::string_view output) {
   return isTold;
 }
 
+void DefaultOutput::noteAgain() {
+  if (formerlyConfigured_) {
+    note(kFormerKey, *formerlyConfigured_);
+  }
+}
+
 /// Empty: no note.
 void DefaultOutput::note(const char* key, std::string_view name) {
   if (!name.empty() || session_.metadataEntry(kMetadata, 0, key)) {

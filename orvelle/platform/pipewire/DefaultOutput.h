@@ -24,6 +24,10 @@ class DefaultOutput {
   /// is configured afterwards, provided that the session stays on `output` without it.
   bool moveTo(std::string_view output);
 
+  /// To be called when the session has a new manager, which knows nothing of what was noted with
+  /// the one before. Does not wait.
+  void noteAgain();
+
   /// Returns when the session manager has done what anybody has asked of it so far.
   void awaitPending();
   /// Where the loopback is configured and not there, because its process is gone, configures what

@@ -51,13 +51,16 @@ DeviceCatalogue::DeviceCatalogue(Session& session, LoopbackNode& loopback,
   for (const Node* node : session_.nodes()) {
     publish(*node);
   }
-  renewLoopback();
+  devices_.push_back({nextID_(), 0, true});
   update();
 }
 
-void DeviceCatalogue::renewLoopback() {
-  std::erase_if(devices_, [](const Device& device) { return device.isLoopback; });
+AudioObjectID DeviceCatalogue::renewLoopback() {
+  const auto loopback = std::ranges::find(devices_, true, &Device::isLoopback);
+  const AudioObjectID former = loopback->id;
+  devices_.erase(loopback);
   devices_.push_back({nextID_(), 0, true});
+  return former;
 }
 
 void DeviceCatalogue::publish(const Node& node) {

@@ -42,7 +42,8 @@ class DeviceCatalogue {
   bool update();
 
   /// Lists the loopback as a new device: what was known of the old one does not hold for it.
-  void renewLoopback();
+  /// Returns the old one's id.
+  AudioObjectID renewLoopback();
 
   [[nodiscard]] const std::vector<Device>& devices() const { return devices_; }
   [[nodiscard]] const Device* device(AudioObjectID id) const;

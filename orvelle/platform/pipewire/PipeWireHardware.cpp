@@ -27,6 +27,9 @@ constexpr PropertyAddress kDefaultOutput{kAudioHardwarePropertyDefaultOutputDevi
 void PipeWireHardware::Parts::sessionChanged(Change change) {
   aggregates.followLoudness();
   if (change == Change::level) {
+    if (const Node* node = loopback.node()) {
+      loopbackLevel = node->level;
+    }
     for (const Device& device : catalogue.devices()) {
       listeners.notify(device.id,
                        {kAudioDevicePropertyVolumeScalar, kAudioObjectPropertyScopeOutput});
@@ -36,6 +39,7 @@ void PipeWireHardware::Parts::sessionChanged(Change change) {
   }
   if (change == Change::metadata) {
     taps.update();
+    managerChanged();
   }
   if (change == Change::objects) {
     // First of all: a new stream of a tapped process is caught before it is linked.
@@ -43,7 +47,7 @@ void PipeWireHardware::Parts::sessionChanged(Change change) {
     aggregates.linkUp();
     volumes.forgetGone();
     if (loopback.takeLoss()) {
-      catalogue.renewLoopback();
+      lostLoopback = LostLoopback{catalogue.renewLoopback(), loopbackLevel};
     }
     const bool haveDevicesChanged = catalogue.update();
     if (haveEffectsChanged() || haveDevicesChanged) {
@@ -58,6 +62,26 @@ void PipeWireHardware::Parts::sessionChanged(Change change) {
   }
 }
 
+/// Session managers up to 0.4 wait for ever for a sink that was there before them, and link nobody
+/// to it meanwhile: ours are made anew. Later ones publish their settings.
+void PipeWireHardware::Parts::managerChanged() {
+  const bool hasManager = session->hasMetadata("default");
+  if (hasManager) {
+    if (!hadManager) {
+      defaultOutput.noteAgain();
+    }
+    // What a manager that ends has published goes in any order.
+    takesOverSinks = takesOverSinks || session->hasMetadata("sm-settings");
+  } else {
+    if (hadManager && !takesOverSinks) {
+      loopback.drop();
+      taps.drop();
+    }
+    takesOverSinks = false;
+  }
+  hadManager = hasManager;
+}
+
 /// Devices and processes go with the session, and are found again by uid and process id when it is
 /// back. The loopback is listed on, as another one.
 void PipeWireHardware::Parts::sessionLost() {
@@ -66,6 +90,8 @@ void PipeWireHardware::Parts::sessionLost() {
   rates.drop();
   volumes.forgetServer();
   loopback.drop();
+  hadManager = false;
+  takesOverSinks = false;
 }
 
 /// A sink is listed before it is linked, and an effect only then.
@@ -112,7 +138,8 @@ OSStatus PipeWireHardware::Parts::setDefaultOutput(AudioObjectID id) {
     return kAudioHardwareIllegalOperationError;
   }
   if (device->isLoopback) {
-    if (!loopback.ensure()) {
+    // Without a manager there is no default output, and one that comes later may not take it over.
+    if (!session->hasMetadata("default") || !loopback.ensure()) {
       return kAudioHardwareNotReadyError;
     }
     isLoopbackDefault = true;

@@ -61,8 +61,19 @@ struct PipeWireHardware::Parts {
   std::optional<std::vector<std::string>> reportedEffects;
   /// Whether we have made the loopback the default output, and not taken that back.
   bool isLoopbackDefault = false;
+  bool hadManager = false;      ///< when last looked at, the session had a manager
+  bool takesOverSinks = false;  ///< that manager does, though they were there before it
+  /// Of the latest loopback node, as it was last reported.
+  std::optional<pipewire::ChannelLevel> loopbackLevel;
+  /// The device that the loopback was before its node was lost, and the level that it had then.
+  struct LostLoopback {
+    AudioObjectID id;
+    std::optional<pipewire::ChannelLevel> level;
+  };
+  std::optional<LostLoopback> lostLoopback;
 
   void sessionChanged(pipewire::Change change);
+  void managerChanged();
   void sessionLost();
   void processesChanged();
   bool haveEffectsChanged();
@@ -79,6 +90,7 @@ struct PipeWireHardware::Parts {
   OSStatus getOfDevice(const pipewire::Device& device, const PropertyAddress& address,
                        PropertyValue& value);
   OSStatus getLevel(const pipewire::Node* node, std::uint32_t selector, PropertyValue& value) const;
+  OSStatus getOfLostLoopback(const PropertyAddress& address, PropertyValue& value) const;
   OSStatus getChannels(const pipewire::Device& device, std::uint32_t scope,
                        PropertyValue& value) const;
 

@@ -1,4 +1,5 @@
 // What the PipeWire back end answers to questions.
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,14 +17,30 @@ namespace {
 
 constexpr double kLoopbackRate = 48000.0;
 
+bool isLevel(const PropertyAddress& address) {
+  return isMainElement(address, kAudioObjectPropertyScopeOutput) &&
+         (address.selector == kAudioDevicePropertyVolumeScalar ||
+          address.selector == kAudioDevicePropertyMute);
+}
+
+OSStatus levelValue(const std::optional<pipewire::ChannelLevel>& level, std::uint32_t selector,
+                    PropertyValue& value) {
+  if (!level) {
+    return kAudioHardwareUnknownPropertyError;
+  }
+  if (selector == kAudioDevicePropertyMute) {
+    value = std::uint32_t{level->mute ? 1U : 0U};
+  } else {
+    value = pipewire::scalarFromVolumes(level->volumes);
+  }
+  return kAudioHardwareNoError;
+}
+
 }  // namespace
 
 /// Waits: what was looked up before is to be looked up again.
 void PipeWireHardware::Parts::learnLevel(AudioObjectID object, const PropertyAddress& address) {
-  const bool isLevel = isMainElement(address, kAudioObjectPropertyScopeOutput) &&
-                       (address.selector == kAudioDevicePropertyVolumeScalar ||
-                        address.selector == kAudioDevicePropertyMute);
-  const Device* device = isLevel ? catalogue.device(object) : nullptr;
+  const Device* device = isLevel(address) ? catalogue.device(object) : nullptr;
   const Node* node = device == nullptr ? nullptr : catalogue.nodeOf(*device);
   if (node != nullptr) {
     volumes.learn(*node);
@@ -44,6 +61,9 @@ OSStatus PipeWireHardware::Parts::get(AudioObjectID object, const PropertyAddres
   }
   if (taps.contains(object)) {
     return getOfTap(object, address, value);
+  }
+  if (lostLoopback && object == lostLoopback->id) {
+    return getOfLostLoopback(address, value);
   }
   return getOfAggregate(object, address, value);
 }
@@ -170,17 +190,15 @@ OSStatus PipeWireHardware::Parts::getLevel(const Node* node, std::uint32_t selec
     return kAudioHardwareUnknownPropertyError;
   }
   // A loopback whose node is not there yet has the level that the node will come with.
-  const auto level =
-      node == nullptr ? pipewire::ChannelLevel{{1.0F, 1.0F}, {}, false} : volumes.level(*node);
-  if (!level) {
-    return kAudioHardwareUnknownPropertyError;
-  }
-  if (selector == kAudioDevicePropertyMute) {
-    value = std::uint32_t{level->mute ? 1U : 0U};
-  } else {
-    value = pipewire::scalarFromVolumes(level->volumes);
-  }
-  return kAudioHardwareNoError;
+  return levelValue(
+      node == nullptr ? pipewire::ChannelLevel{{1.0F, 1.0F}, {}, false} : volumes.level(*node),
+      selector, value);
+}
+
+OSStatus PipeWireHardware::Parts::getOfLostLoopback(const PropertyAddress& address,
+                                                    PropertyValue& value) const {
+  return isLevel(address) ? levelValue(lostLoopback->level, address.selector, value)
+                          : kAudioHardwareUnknownPropertyError;
 }
 
 OSStatus PipeWireHardware::Parts::getChannels(const Device& device, std::uint32_t scope,
