@@ -56,6 +56,7 @@ void BoostEngine::start(const std::string& loopbackUID, const std::string& outpu
 
 void BoostEngine::bringUp(const std::string& loopbackUID, const std::string& outputUID) {
   handedMutes_.clear();
+  formerLevels_.clear();
   loopbackUID_ = loopbackUID;
   const auto loopback = hal_.device(loopbackUID);
   if (!loopback) {
@@ -185,15 +186,14 @@ void BoostEngine::handLevelToLoopback(AudioObjectID loopback, OutputLevel level,
 }
 
 /// What the user has set it to, where the one before it still tells; else what the user knows of
-/// the output. While that one is owed its level, it may stand as loud as it vanished.
+/// the output.
 OutputLevel BoostEngine::levelForNewLoopback(const AudioDeviceInfo& output) const {
   const OutputLevel former =
       loopbackGovernsVolume_ ? outputLevel(hal_, loopbackID_) : OutputLevel{};
   if (former.volume) {
     return former;
   }
-  const auto owed = owedLevels_.find(output.uid);
-  return owed != owedLevels_.end() ? owed->second : outputLevel(hal_, output.id);
+  return formerLevel(output.id, output.uid);
 }
 
 void BoostEngine::reassertLoopbackDefault() {
@@ -335,14 +335,23 @@ void BoostEngine::rebuild(const std::string& outputUID) {
 void BoostEngine::raiseOutput(AudioObjectID output, const std::string& outputUID) {
   boostedOutputID_ = output;
   boostedOutputUID_ = outputUID;
-  boostedOutputPrevLevel_ = outputLevel(hal_, output);
-  if (const auto owed = owedLevels_.find(outputUID); owed != owedLevels_.end()) {
-    // It vanished while it was raised, and may have come back just as loud.
-    boostedOutputPrevLevel_ = owed->second;
-    owedLevels_.erase(owed);
-  }
+  boostedOutputPrevLevel_ = formerLevel(output, outputUID);
+  owedLevels_.erase(outputUID);
+  formerLevels_[outputUID] = boostedOutputPrevLevel_;
   tellDebts();
   raiseIfGoverned();
+}
+
+/// The level of an output that is not raised, or that it had before.
+OutputLevel BoostEngine::formerLevel(AudioObjectID output, const std::string& outputUID) const {
+  // It vanished while it was raised, and may have come back just as loud.
+  if (const auto owed = owedLevels_.find(outputUID); owed != owedLevels_.end()) {
+    return owed->second;
+  }
+  // Whoever stores volumes may have stored that one, and have given it back after it was lowered.
+  const auto former = formerLevels_.find(outputUID);
+  const bool isRaised = hal_.hasOutputVolumeOnAnyElement(output, 1.0F);
+  return isRaised && former != formerLevels_.end() ? former->second : outputLevel(hal_, output);
 }
 
 void BoostEngine::raiseIfGoverned() {

@@ -99,6 +99,7 @@ class BoostEngine final : public BoostRender {
 
   void raiseOutput(AudioObjectID output, const std::string& outputUID);
   void raiseIfGoverned();
+  [[nodiscard]] OutputLevel formerLevel(AudioObjectID output, const std::string& outputUID) const;
   bool handMuteToLoopback(const std::string& outputUID);
   void lowerOutput();
   void settleOwedLevels();
@@ -133,6 +134,8 @@ class BoostEngine final : public BoostRender {
   OutputLevel boostedOutputPrevLevel_;
   /// By uid: the levels of raised outputs that were gone when they should have been put back.
   std::map<std::string, OutputLevel> owedLevels_;
+  /// By uid: what outputs stood at before they were raised, since the start.
+  std::map<std::string, OutputLevel> formerLevels_;
   /// uids of the outputs whose mute the loopback has taken over since the start.
   std::set<std::string> handedMutes_;
   /// Whether the loopback has taken over the volume. Without that no output is raised: nothing

@@ -209,7 +209,8 @@ TEST_F(BoostGuardTest, ReturnedOutputIsLoweredThoughAnotherIsFed) {
 }
 
 // Fault: with the loopback gone, programs play straight into an output that stays raised; or the
-// boost stays dead when the loopback returns, perhaps before anybody was told.
+// boost stays dead when the loopback returns, perhaps before anybody was told; or the volume that
+// it was raised to is taken for the user's, and stays for good.
 TEST_F(BoostGuardTest, OutputIsLoweredWhileTheLoopbackIsAway) {
   rig.start();
   const DeviceDescription loopback = hardware.unplug(kLoopback);
@@ -225,7 +226,14 @@ TEST_F(BoostGuardTest, OutputIsLoweredWhileTheLoopbackIsAway) {
   EXPECT_EQ(engine.currentOutputUID(), kSpeakers);
   EXPECT_FLOAT_EQ(rig.heard(kSpeakers), boosted);
 
+  // Somebody has stored the volume that it was raised to.
   hardware.afterChange = nullptr;
+  hardware.unplug(kLoopback);
+  pump();
+  hardware.setVolume(kSpeakers, 1.0F);
+  hardware.plug(loopback);
+  pump();
+  EXPECT_FLOAT_EQ(rig.heard(kSpeakers), boosted);
   hardware.plug(hardware.unplug(kLoopback));
   pump();
   EXPECT_FLOAT_EQ(rig.heard(kSpeakers), boosted);
