@@ -1,26 +1,21 @@
 // The guardian: waits for the end of the process that started it, and puts back what that could
 // not.
-#include <sched.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <memory>
 #include <string>
-#include <string_view>
 #include <thread>
 
 #include "orvelle/PutRight.h"
-#include "orvelle/platform/linux/UndoJournal.h"
-#include "orvelle/platform/pipewire/PipeWireHardware.h"
+#include "orvelle/platform/GuardianHardware.h"
+#include "orvelle/platform/Process.h"
+#include "orvelle/platform/posix/RecordSocket.h"
+#include "orvelle/platform/posix/UndoJournal.h"
 
 namespace {
-
-/// More than the records of a process ever take.
-constexpr std::size_t kLongestRecord = 65536;
 
 /// Nothing here listens to the hardware.
 class NoQueue final : public orvelle::MainQueue {
@@ -41,34 +36,6 @@ void outliveSessionSignals() {
   }
 }
 
-/// Sound is loud until this one has been given the processor, which may take a tenth of a second
-/// where others are compiling. Without the right to it, it waits like everybody. Inherited by the
-/// connection's thread, if asked for before that begins.
-void goBeforeOthers() {
-  const sched_param lowest{.sched_priority = sched_get_priority_min(SCHED_RR)};
-  sched_setscheduler(0, SCHED_RR, &lowest);
-}
-
-/// The other process changes nothing before.
-void sayReady() {
-  const char ready = 0;
-  send(STDIN_FILENO, &ready, sizeof ready, MSG_NOSIGNAL);
-}
-
-/// Sleeps until the other process is gone, or has nothing left to undo. Returns what it told last.
-std::string lastRecords() {
-  std::string last;
-  static std::array<char, kLongestRecord> buffer;
-  for (;;) {
-    const ssize_t size = recv(STDIN_FILENO, buffer.data(), buffer.size(), 0);
-    if (size > 0) {
-      last.assign(buffer.data(), static_cast<std::size_t>(size));
-    } else if (size == 0 || errno != EINTR) {
-      return last;
-    }
-  }
-}
-
 /// Its socket closes shortly before its end, and until then what it has made counts as its own.
 void waitForEndOf(pid_t parent) {
   constexpr int attempts = 500;
@@ -86,14 +53,17 @@ int main(int argc, char** argv) {
   const std::filesystem::path journal = argv[1];
   const pid_t parent = getppid();
   outliveSessionSignals();
-  goBeforeOthers();
+  // Sound is loud until this one has been given the processor, which may take a tenth of a second
+  // where others are compiling. Asked for before the connection's thread begins, which inherits it.
+  orvelle::goBeforeOthers();
   NoQueue queue;
   std::string problem;
   // Connected before it is needed: a raised output is heard until it is lowered.
-  auto hardware =
-      orvelle::PipeWireHardware::connect(queue, problem, orvelle::VolumeStorage::written);
-  sayReady();
-  const auto told = orvelle::decodeUndo(lastRecords());
+  auto hardware = orvelle::openGuardianHardware(queue, problem);
+  // The other process changes nothing before.
+  orvelle::sendRecord(STDIN_FILENO, {});
+  // Sleeps until that one is gone, or has nothing left to undo.
+  const auto told = orvelle::decodeUndo(orvelle::lastRecord(STDIN_FILENO));
   // The journal is written first, where it can be written at all.
   const auto written = orvelle::UndoJournal::read(journal);
   const orvelle::UndoRecords records = written ? *written : told.value_or(orvelle::UndoRecords{});
@@ -102,7 +72,7 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (!hardware) {
-    hardware = orvelle::PipeWireHardware::connect(queue, problem, orvelle::VolumeStorage::written);
+    hardware = orvelle::openGuardianHardware(queue, problem);
   }
   if (hardware) {
     orvelle::lowerOutputs(*hardware, records);

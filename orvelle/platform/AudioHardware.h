@@ -130,6 +130,10 @@ class AudioHardware {
   /// the properties of devices. Touches nothing of those that live.
   virtual void releaseAbandoned() {}
 
+  /// Returns when the audio system has done what any process has asked of it so far, also one that
+  /// has ended since; at once where that cannot be known. Any thread but the real-time one.
+  virtual void awaitPending() {}
+
   /// What people call this audio system.
   [[nodiscard]] virtual std::string_view systemName() const { return "Core Audio"; }
 

@@ -7,9 +7,9 @@
 
 #include "orvelle/platform/simulated/Demonstration.h"
 #ifdef ORVELLE_HAS_PIPEWIRE
-#include "orvelle/platform/linux/AbandonedDebts.h"
-#include "orvelle/platform/linux/GuardedUndoKeeper.h"
 #include "orvelle/platform/pipewire/PipeWireHardware.h"
+#include "orvelle/platform/posix/AbandonedDebts.h"
+#include "orvelle/platform/posix/GuardedUndoKeeper.h"
 #endif
 
 namespace orvelle {

@@ -54,13 +54,10 @@ class PipeWireHardware final : public AudioHardware {
   OSStatus createProcessTap(const TapDescription& description, AudioObjectID& tap) override;
   OSStatus destroyProcessTap(AudioObjectID tap) override;
   void releaseAbandoned() override;
+  void awaitPending() override;
 
   [[nodiscard]] std::string_view systemName() const override { return "PipeWire"; }
   [[nodiscard]] std::vector<std::string> effectPrograms() override;
-
-  /// Returns when the session has done what any process has asked of it so far, also one that has
-  /// ended since. Any thread but the real-time one.
-  void awaitPending();
 
  private:
   struct Parts;

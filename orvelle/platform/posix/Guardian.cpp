@@ -1,9 +1,8 @@
-#include "orvelle/platform/linux/Guardian.h"
+#include "orvelle/platform/posix/Guardian.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +11,9 @@
 #include <utility>
 
 #include "orvelle/platform/Process.h"
+#include "orvelle/platform/posix/RecordSocket.h"
+
+extern char** environ;  // NOLINT(*-redundant-declaration): POSIX has its users declare it
 
 namespace orvelle {
 
@@ -19,6 +21,13 @@ namespace {
 
 /// Some fifty times what it takes.
 constexpr int kReadyMilliseconds = 500;
+
+#ifdef __APPLE__
+// What other threads have just opened may not be marked yet as not to be inherited.
+constexpr short kSpawnFlags = POSIX_SPAWN_SETSID | POSIX_SPAWN_CLOEXEC_DEFAULT;
+#else
+constexpr short kSpawnFlags = POSIX_SPAWN_SETSID;
+#endif
 
 int openNothing() {
   return open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -35,7 +44,7 @@ pid_t spawn(const std::filesystem::path& program, const std::filesystem::path& j
   posix_spawn_file_actions_adddup2(&actions, socket, STDIN_FILENO);
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+  posix_spawnattr_setflags(&attributes, kSpawnFlags);
   std::string programText = program.native();
   std::string journalText = journal.native();
   std::array<char*, 3> arguments = {programText.data(), journalText.data(), nullptr};
@@ -73,18 +82,13 @@ void Guardian::dismiss(std::string_view noRecords) {
 
 /// It may be stopped for a while, and must never stop us. What does not arrive is in the journal.
 void Guardian::tell(std::string_view records) const {
-  send(socket_, records.data(), records.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  sendRecord(socket_, records);
 }
 
 void Guardian::hangUp() {
   if (std::exchange(isConnected_, false)) {
-    putBehindSocket(openNothing());
+    moveDescriptor(openNothing(), socket_);
   }
-}
-
-void Guardian::putBehindSocket(int descriptor) const {
-  dup3(descriptor, socket_, O_CLOEXEC);
-  close(descriptor);
 }
 
 bool Guardian::isRunning() {
@@ -99,25 +103,25 @@ bool Guardian::isRunning() {
 /// default output: it must have come before we make one.
 void Guardian::waitUntilReady() const {
   pollfd answer{socket_, POLLIN, 0};
-  char ready = 0;
+  // Read, or the guardian would find an error in the place of our last record at our end.
+  std::array<char, 2> ready{};
   if (poll(&answer, 1, kReadyMilliseconds) == 1) {
-    recv(socket_, &ready, sizeof ready, MSG_DONTWAIT);
+    [[maybe_unused]] const ssize_t size = read(socket_, ready.data(), ready.size());
   }
 }
 
 bool Guardian::start() {
-  std::array<int, 2> sockets{};
-  // Records arrive whole, one after the other.
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets.data()) != 0) {
+  const auto sockets = openRecordSockets();
+  if (!sockets) {
     return false;
   }
-  process_ = spawn(guardianProgram(), journal_, sockets[1]);
-  close(sockets[1]);
+  process_ = spawn(guardianProgram(), journal_, sockets->second);
+  close(sockets->second);
   if (process_ == 0) {
-    close(sockets[0]);
+    close(sockets->first);
     return false;
   }
-  putBehindSocket(sockets[0]);
+  moveDescriptor(sockets->first, socket_);
   isConnected_ = true;
   waitUntilReady();
   return true;

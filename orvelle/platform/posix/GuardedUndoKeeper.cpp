@@ -1,4 +1,4 @@
-#include "orvelle/platform/linux/GuardedUndoKeeper.h"
+#include "orvelle/platform/posix/GuardedUndoKeeper.h"
 
 #include <algorithm>
 #include <utility>

@@ -14,7 +14,7 @@ namespace orvelle {
 /// not taken for it. Files are replaced as a whole: each is one state or the next, never a mixture.
 class UndoJournal {
  public:
-  /// In the user's state folder (XDG_STATE_HOME, else ~/.local/state).
+  /// In the user's state folder.
   UndoJournal();
   explicit UndoJournal(std::filesystem::path folder) : folder_(std::move(folder)) {}
 

@@ -37,7 +37,6 @@ class Guardian {
   bool start();
   void waitUntilReady() const;
   void hangUp();
-  void putBehindSocket(int descriptor) const;
   [[nodiscard]] bool isRunning();
 
   const std::filesystem::path journal_;

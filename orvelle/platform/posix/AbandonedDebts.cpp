@@ -1,4 +1,4 @@
-#include "orvelle/platform/linux/AbandonedDebts.h"
+#include "orvelle/platform/posix/AbandonedDebts.h"
 
 #include <system_error>
 

@@ -6,7 +6,7 @@
 
 #include "orvelle/platform/AudioHardware.h"
 #include "orvelle/platform/Console.h"
-#include "orvelle/platform/linux/UndoJournal.h"
+#include "orvelle/platform/posix/UndoJournal.h"
 
 namespace orvelle {
 

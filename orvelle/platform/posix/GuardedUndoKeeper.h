@@ -6,8 +6,8 @@
 
 #include "orvelle/UndoKeeper.h"
 #include "orvelle/platform/Console.h"
-#include "orvelle/platform/linux/Guardian.h"
-#include "orvelle/platform/linux/UndoJournal.h"
+#include "orvelle/platform/posix/Guardian.h"
+#include "orvelle/platform/posix/UndoJournal.h"
 
 namespace orvelle {
 

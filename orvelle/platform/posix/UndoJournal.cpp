@@ -1,7 +1,6 @@
-#include "orvelle/platform/linux/UndoJournal.h"
+#include "orvelle/platform/posix/UndoJournal.h"
 
 #include <charconv>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -15,19 +14,6 @@ namespace orvelle {
 namespace {
 
 constexpr std::string_view kPrefix = "undo-";
-
-std::filesystem::path stateFolder() {
-  const auto variable = [](const char* name) {
-    const char* value = std::getenv(name);
-    return std::string(value == nullptr ? "" : value);
-  };
-  // A relative path means nothing here, and is to be ignored.
-  if (const std::filesystem::path state = variable("XDG_STATE_HOME"); state.is_absolute()) {
-    return state / "orvelle";
-  }
-  const std::filesystem::path home = variable("HOME");
-  return home.is_absolute() ? home / ".local" / "state" / "orvelle" : std::filesystem::path{};
-}
 
 std::string nameFor(std::int32_t pid, std::uint64_t startTime) {
   return std::string(kPrefix) + std::to_string(pid) + "-" + std::to_string(startTime);
