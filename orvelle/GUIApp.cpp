@@ -139,8 +139,6 @@ void configureApplication() {
   QGuiApplication::setApplicationDisplayName("Orvelle");
   QGuiApplication::setDesktopFileName("app.orvelle");
   QGuiApplication::setQuitOnLastWindowClosed(false);
-  // The panel has no use for a graphics processor, whose libraries take more memory than all else.
-  QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
   // The user's own switch decides whether it runs after the next login, not what runs at logout.
   QObject::connect(qApp, &QGuiApplication::saveStateRequest, [](QSessionManager& session) {
     session.setRestartHint(QSessionManager::RestartNever);
@@ -202,6 +200,9 @@ OrvelleMenuBarApp::OrvelleMenuBarApp(AudioController& controller, MainQueue& que
       trayHost_(openTrayHost()),
       icon_(*trayHost_, *look_, controller_),
       panel_(controller_, *look_) {
+  if (look_->paintsOnProcessor()) {
+    QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+  }
   QObject::connect(&icon_, &TrayIcon::isShownChanged, &icon_, [this] { trayChanged(); });
   QObject::connect(&icon_, &TrayIcon::clicked, &icon_,
                    [this] { panel_.toggleByIcon(icon_.geometry()); });

@@ -91,4 +91,15 @@ QIcon trayIcon(bool active, const QColor& colour) {
   return icon;
 }
 
+QIcon wideIcon(bool active, const QColor& colour) {
+  QIcon icon;
+  for (const double scale : {1.0, 2.0, 3.0}) {
+    QImage image = OrvelleIcon(active, scale, colour);
+    image.setDevicePixelRatio(1.0);  // a tray chooses by the number of pixels
+    icon.addPixmap(QPixmap::fromImage(image));
+  }
+  icon.setIsMask(true);
+  return icon;
+}
+
 }  // namespace orvelle

@@ -25,4 +25,7 @@ bool drawOrvelleIcon(QPainter& painter, bool active, const QColor& colour);
 /// The sign in the square sizes for which tray hosts ask.
 QIcon trayIcon(bool active, const QColor& colour);
 
+/// The sign in its own proportions, for screens of one, two and three pixels a point. A mask.
+QIcon wideIcon(bool active, const QColor& colour);
+
 }  // namespace orvelle

@@ -22,6 +22,10 @@ class DesktopLook {
   [[nodiscard]] virtual bool hasTranslucency() const = 0;
   /// Whether the desktop's panel is dark, so that an icon there has to be light.
   [[nodiscard]] virtual bool isPanelDark() const = 0;
+  /// Whether icons there may be wider than high.
+  [[nodiscard]] virtual bool takesWideIcons() const = 0;
+  /// Whether windows are best painted without the graphics processor.
+  [[nodiscard]] virtual bool paintsOnProcessor() const = 0;
   /// No entry for `window` in the task bar, where a desktop has to be asked for that. While it is
   /// hidden.
   virtual void keepOutOfTaskBar(QWindow& window) const = 0;

@@ -45,7 +45,9 @@ void TrayIcon::followHost() {
 void TrayIcon::draw() {
   if (isShown()) {
     const bool isActive = controller_.isOn() || controller_.boostArmed();
-    icon_->setIcon(trayIcon(isActive, look_.isPanelDark() ? Qt::white : Qt::black));
+    const QColor colour = look_.isPanelDark() ? Qt::white : Qt::black;
+    icon_->setIcon(look_.takesWideIcons() ? wideIcon(isActive, colour)
+                                          : trayIcon(isActive, colour));
   }
 }
 

@@ -86,6 +86,9 @@ TEST(OrvelleIconTest, IsAsItWasDrawn) {
   QPainter nowhere;
   EXPECT_FALSE(drawOrvelleIcon(nowhere, true, Qt::black));
   EXPECT_TRUE(trayIcon(true, Qt::white).availableSizes().contains(QSize(22, 22)));
+  const QIcon wide = wideIcon(true, Qt::black);
+  EXPECT_EQ(wide.availableSizes(), QList({QSize(22, 16), QSize(44, 32), QSize(66, 48)}));
+  EXPECT_TRUE(wide.isMask());
 }
 
 }  // namespace

@@ -21,6 +21,9 @@ class LinuxDesktopLook final : public QObject, public DesktopLook {
   [[nodiscard]] bool wantsReducedMotion() const override;
   [[nodiscard]] bool hasTranslucency() const override;
   [[nodiscard]] bool isPanelDark() const override;
+  [[nodiscard]] bool takesWideIcons() const override { return false; }
+  /// The libraries of a graphics processor take more memory than everything else here.
+  [[nodiscard]] bool paintsOnProcessor() const override { return true; }
   void keepOutOfTaskBar(QWindow& window) const override;
 
  private:
