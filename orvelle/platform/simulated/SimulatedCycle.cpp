@@ -197,24 +197,26 @@ std::vector<float> SimulatedHardware::tapSamples(const Tap& tap, std::uint32_t f
 /// plays; null where the output's own govern.
 const SimulatedHardware::Device* SimulatedHardware::governingLoopback(
     const Device& aggregate) const {
-  if (aggregate.taps.empty() || loopbackIn(aggregate) != nullptr) {
+  if (!governsTaps_) {
     return nullptr;
   }
-  const auto defaultDevice = devices_.find(defaultOutput_);
-  const Device* governor = nullptr;
-  if (defaultDevice != devices_.end() && defaultDevice->second.description.isLoopback) {
-    governor = &defaultDevice->second;
-  }
+  std::vector<AggregateOutline> outlines;
   for (const auto& [id, other] : devices_) {
-    const Device* loopback = other.isAggregate ? loopbackIn(other) : nullptr;
-    if (loopback != nullptr && other.master == aggregate.master) {
-      return loopback;
-    }
-    if (loopback != nullptr && loopback->id == defaultOutput_ && isStarted(other)) {
-      governor = nullptr;  // it stands for the output that the other one feeds
+    if (other.isAggregate) {
+      outlines.push_back(outline(other));
     }
   }
-  return governor;
+  const auto chosen = devices_.find(defaultOutput_);
+  const bool isLoopback = chosen != devices_.end() && chosen->second.description.isLoopback;
+  const auto governor = devices_.find(orvelle::governingLoopback(
+      outline(aggregate), outlines, isLoopback ? defaultOutput_ : kAudioObjectUnknown));
+  return governor == devices_.end() ? nullptr : &governor->second;
+}
+
+AggregateOutline SimulatedHardware::outline(const Device& aggregate) const {
+  const Device* loopback = loopbackIn(aggregate);
+  return {aggregate.masterUID, loopback == nullptr ? kAudioObjectUnknown : loopback->id,
+          !aggregate.taps.empty(), isStarted(aggregate)};
 }
 
 const SimulatedHardware::Device* SimulatedHardware::loopbackIn(const Device& aggregate) const {

@@ -16,6 +16,7 @@
 #include "orvelle/platform/AudioHardware.h"
 #include "orvelle/platform/ListenerRegistry.h"
 #include "orvelle/platform/MainQueue.h"
+#include "orvelle/platform/TapGovernor.h"
 #include "orvelle/platform/simulated/FaultPlan.h"
 #include "orvelle/platform/simulated/SimulatedDevice.h"
 
@@ -84,6 +85,10 @@ class SimulatedHardware : public AudioHardware {
   AudioObjectID launch(const ProcessDescription& process);
   void setPlaying(AudioObjectID process, bool isPlaying);
   void quitProcess(AudioObjectID process);
+  /// A tap's owner changes what its processes are heard of on their normal path.
+  OSStatus setTapMuteBehavior(AudioObjectID tap, TapMuteBehavior muteBehavior);
+  /// A bare audio system knows nothing of loopbacks: who taps has to see to the volume.
+  void leaveTapLoudnessToOthers();
   /// This program itself ends without a word: aggregates, callbacks, taps and listeners vanish with
   /// it at once. Properties stay as they are.
   void endClient();
@@ -192,6 +197,7 @@ class SimulatedHardware : public AudioHardware {
   void collectInputs(const Device& device, std::uint32_t frames, PendingCallback& callback) const;
   std::vector<float> tapSamples(const Tap& tap, std::uint32_t frames) const;
   const Device* governingLoopback(const Device& aggregate) const;
+  AggregateOutline outline(const Device& aggregate) const;
   const Device* loopbackIn(const Device& aggregate) const;
   bool isStarted(const Device& device) const;
   void applyGovernor(const Device& aggregate, PendingCallback& callback) const;
@@ -215,6 +221,7 @@ class SimulatedHardware : public AudioHardware {
   ListenerRegistry listeners_;
   std::size_t listenerCount_ = 0;
   std::int64_t worldFrame_ = 0;
+  bool governsTaps_ = true;
   /// What was last asked of a property: a delayed set gives way to a later one.
   std::map<std::pair<AudioObjectID, PropertyAddress>, PropertyValue> latestSets_;
   FaultPlan faults_;

@@ -119,6 +119,21 @@ void SimulatedHardware::quitProcess(AudioObjectID process) {
   notify(kAudioObjectSystemObject, {kAudioHardwarePropertyProcessObjectList});
 }
 
+OSStatus SimulatedHardware::setTapMuteBehavior(AudioObjectID tap, TapMuteBehavior muteBehavior) {
+  const std::lock_guard lock(mutex_);
+  const auto found = taps_.find(tap);
+  if (found == taps_.end()) {
+    return kAudioHardwareBadObjectError;
+  }
+  found->second.description.muteBehavior = muteBehavior;
+  return kAudioHardwareNoError;
+}
+
+void SimulatedHardware::leaveTapLoudnessToOthers() {
+  const std::lock_guard lock(mutex_);
+  governsTaps_ = false;
+}
+
 void SimulatedHardware::endClient() {
   std::map<AudioDeviceIOProcID, std::shared_ptr<IOProc>> procs;
   {
