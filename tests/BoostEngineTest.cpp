@@ -247,7 +247,7 @@ TEST_F(BoostEngineTest, EngineMayGoWhileCallbacksStillCome) {
     hardware.inject({.kind = CallKind::removePropertyListener, .count = 2});
     hardware.chooseDefaultOutput(kSpeakers);
     rig.engine =
-        std::make_unique<BoostEngine>(EngineHost{hardware, rig.queue, rig.queue, rig.console});
+        std::make_unique<BoostEngine>(rig.host);
     hardware.chooseDefaultOutput(kSpeakers);
     rig.queue.advance(2.0);
   }

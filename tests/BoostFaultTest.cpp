@@ -92,7 +92,7 @@ class FaultRun {
   }
 
   BoostRig rig;
-  const EngineHost host{rig.hardware, rig.queue, rig.queue, rig.console};
+  const EngineHost host = rig.host;
   DeviceRouter router{host, *rig.engine};
   std::size_t observers = 0;  ///< of the router: never removed
   ProcessTapEngine tap{host};

@@ -15,6 +15,7 @@
 #include "orvelle/platform/simulated/ManualQueue.h"
 #include "orvelle/platform/simulated/RecordingConsole.h"
 #include "orvelle/platform/simulated/SimulatedHardware.h"
+#include "tests/HardwareDoor.h"
 
 namespace orvelle {
 
@@ -86,10 +87,12 @@ class BoostRig {
   ManualQueue queue;
   SimulatedHardware hardware{queue};
   AudioObjectID program = kAudioObjectUnknown;
+  /// What the code under test works through.
+  std::unique_ptr<AudioHardware> door = openDoor(hardware, queue);
   RecordingConsole console;
   HAL hal{hardware};
-  std::unique_ptr<BoostEngine> engine =
-      std::make_unique<BoostEngine>(EngineHost{hardware, queue, queue, console});
+  EngineHost host{*door, queue, queue, console};
+  std::unique_ptr<BoostEngine> engine = std::make_unique<BoostEngine>(host);
 };
 
 }  // namespace orvelle

@@ -304,7 +304,7 @@ void BoostSimulation::startTap(Player& player) {
   const std::vector<std::string> outputs = pluggedOutputs();
   player.outputUID = outputs.empty() || below(20) == 0 ? "nowhere" : outputs[below(outputs.size())];
   try {
-    player.tap->start(player.process, player.outputUID);
+    player.tap->start(behindDoor(player.process, hardware_, *rig_.door), player.outputUID);
     player.tapped = player.process;
     ++tally_.taps;
     note("  on " + player.outputUID);

@@ -92,7 +92,7 @@ class BoostSimulation {
   void countRefusals();
 
   // Small things.
-  EngineHost host() { return {hardware_, rig_.queue, rig_.queue, rig_.console}; }
+  EngineHost host() { return rig_.host; }
   void pump(double seconds) { rig_.queue.advance(seconds); }
   std::string anyPlugged();
   [[nodiscard]] std::vector<std::string> pluggedOutputs() const;

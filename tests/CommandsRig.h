@@ -16,6 +16,8 @@
 #include "orvelle/platform/simulated/ManualQueue.h"
 #include "orvelle/platform/simulated/RecordingConsole.h"
 #include "orvelle/platform/simulated/SimulatedHardware.h"
+#include "tests/ForwardingHardware.h"
+#include "tests/HardwareDoor.h"
 
 namespace orvelle {
 
@@ -23,17 +25,37 @@ inline constexpr const char* kLoopback = "OrvelleAudioDevice_UID";
 inline constexpr float kPlayedLevel = 0.1F;
 
 /// A world that is looked at once more when its command lets go of it: nothing may be left.
-class ObservedHardware final : public SimulatedHardware {
+class ObservedWorld {
  public:
-  ObservedHardware(ManualQueue& queue, const std::function<void(SimulatedHardware&)>& atTheEnd)
-      : SimulatedHardware(queue), atTheEnd_(atTheEnd) {}
-  ~ObservedHardware() override {
-    EXPECT_EQ(aggregateCount() + ioProcCount() + tapCount(), 0U);
-    atTheEnd_(*this);
+  ObservedWorld(ManualQueue& queue, const std::function<void(SimulatedHardware&)>& prepare,
+                const std::function<void(SimulatedHardware&)>& atTheEnd)
+      : world(queue), atTheEnd_(atTheEnd) {
+    prepare(world);
   }
+  ObservedWorld(const ObservedWorld&) = delete;
+  ObservedWorld& operator=(const ObservedWorld&) = delete;
+  ~ObservedWorld() {
+    EXPECT_EQ(world.aggregateCount() + world.ioProcCount() + world.tapCount(), 0U);
+    atTheEnd_(world);
+  }
+
+  SimulatedHardware world;
 
  private:
   const std::function<void(SimulatedHardware&)>& atTheEnd_;
+};
+
+struct WorldAndDoor {
+  std::unique_ptr<ObservedWorld> observed;
+  std::unique_ptr<AudioHardware> door;
+};
+
+/// The world with the door to it, which closes first.
+class ObservedHardware final : private WorldAndDoor, public ForwardingHardware {
+ public:
+  ObservedHardware(std::unique_ptr<ObservedWorld> observed, std::unique_ptr<AudioHardware> door)
+      : WorldAndDoor{std::move(observed), std::move(door)},
+        ForwardingHardware(*WorldAndDoor::door) {}
 };
 
 class CommandsRig : public testing::Test {
@@ -55,10 +77,10 @@ class CommandsRig : public testing::Test {
   int run(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "/usr/bin/orvelle");
     const auto openHardware = [this](std::string& /*problem*/) {
-      auto opened = std::make_unique<ObservedHardware>(queue, atTheEnd);
-      hardware = opened.get();
-      prepare(*opened);
-      return opened;
+      auto observed = std::make_unique<ObservedWorld>(queue, prepare, atTheEnd);
+      hardware = &observed->world;
+      auto door = openDoor(*hardware, queue);
+      return std::make_unique<ObservedHardware>(std::move(observed), std::move(door));
     };
     return runCommand(CommandLine(arguments), {queue, queue, console, applications, openHardware});
   }

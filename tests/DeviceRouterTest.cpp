@@ -54,8 +54,7 @@ class DeviceRouterTest : public testing::Test {
 
   BoostRig rig;
   SimulatedHardware& hardware = rig.hardware;
-  std::unique_ptr<DeviceRouter> router = std::make_unique<DeviceRouter>(
-      EngineHost{hardware, rig.queue, rig.queue, rig.console}, *rig.engine);
+  std::unique_ptr<DeviceRouter> router = std::make_unique<DeviceRouter>(rig.host, *rig.engine);
   const DeviceDescription headphones = stereoOutput(kHeadphones, kUSB, 0.4F);
   std::vector<std::string> told;
   std::vector<double> toldAt;  // s

@@ -16,6 +16,7 @@
 #include "orvelle/platform/simulated/ManualQueue.h"
 #include "orvelle/platform/simulated/RecordingConsole.h"
 #include "orvelle/platform/simulated/SimulatedHardware.h"
+#include "tests/HardwareDoor.h"
 
 namespace orvelle {
 
@@ -31,7 +32,7 @@ class TapRig {
   TapRig() {
     hardware.plug(stereoOutput(kSpeakers, kAudioDeviceTransportTypeBuiltIn, 1.0F));
     hardware.plug(stereoOutput(kHeadphones, kAudioDeviceTransportTypeUSB, 1.0F));
-    tapped = launch(kTapped);
+    tapped = behindDoor(launch(kTapped), hardware, *door);
     other = launch(kOther);
   }
 
@@ -63,8 +64,9 @@ class TapRig {
 
   ManualQueue queue;
   SimulatedHardware hardware{queue};
+  std::unique_ptr<AudioHardware> door = openDoor(hardware, queue);
   RecordingConsole console;
-  EngineHost host{hardware, queue, queue, console};
+  EngineHost host{*door, queue, queue, console};
   std::unique_ptr<ProcessTapEngine> engine = std::make_unique<ProcessTapEngine>(host);
   AudioObjectID tapped = kAudioObjectUnknown;
   AudioObjectID other = kAudioObjectUnknown;
