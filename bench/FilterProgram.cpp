@@ -18,6 +18,7 @@
 
 #include "orvelle/BoostRender.h"
 #include "orvelle/EQPreset.h"
+#include "orvelle/NumberText.h"
 
 namespace orvelle {
 namespace {
@@ -47,14 +48,12 @@ struct UsageError {
 };
 
 float parseFactor(std::string_view option, std::string_view text) {
-  float value = 0.0F;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end || !std::isfinite(value) || value < 0.0F) {
+  const std::optional<float> value = parseFloat(std::string(text));
+  if (!value || !std::isfinite(*value) || *value < 0.0F) {
     throw UsageError{std::string(option) + " wants a number of 0 or more, not \"" +
                      std::string(text) + "\""};
   }
-  return value;
+  return *value;
 }
 
 std::size_t parseFrames(std::string_view text) {

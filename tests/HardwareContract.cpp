@@ -412,7 +412,7 @@ TEST_P(HardwareContract, DestroyedCallbacksNeverRunAgain) {
 TEST_P(HardwareContract, DestroyingAnAggregateEndsItsCallbacks) {
   const auto [aggregate, proc, probe] =
       Running(hardware(), aggregateOf({kSpeakers, rig->loopbackUID()}));
-  ASSERT_TRUE(eventually([&, probe = probe] { return probe->calls > 0; }));
+  ASSERT_TRUE(eventually([&, called = probe] { return called->calls > 0; }));
   ASSERT_EQ(hardware().destroyAggregateDevice(aggregate), 0);
   probe->isOver = true;
   settle();
@@ -427,7 +427,7 @@ TEST_P(HardwareContract, DeviceMayVanishUnderARunningCallback) {
   const AudioObjectID usb = listed("contract.usb");
   const auto [aggregate, proc, probe] =
       Running(hardware(), aggregateOf({"contract.usb", rig->loopbackUID()}));
-  ASSERT_TRUE(eventually([&, probe = probe] { return probe->calls > 0; }));
+  ASSERT_TRUE(eventually([&, called = probe] { return called->calls > 0; }));
 
   rig->unplug("contract.usb");
   ASSERT_TRUE(eventually([&] { return !hal().device("contract.usb"); }));

@@ -28,8 +28,8 @@ void ListenerRegistry::notify(AudioObjectID object, const PropertyAddress& addre
         std::exchange(registration.isPosted, true)) {
       continue;
     }
-    queue_.post([registrations = std::weak_ptr(registrations_), token = token] {
-      call(registrations, token);
+    queue_.post([registrations = std::weak_ptr(registrations_), listener = token] {
+      call(registrations, listener);
     });
   }
 }
