@@ -5,11 +5,12 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "orvelle/platform/simulated/Demonstration.h"
-#ifdef ORVELLE_HAS_PIPEWIRE
-#include "orvelle/platform/pipewire/PipeWireHardware.h"
+#include "orvelle/platform/GuardianHardware.h"
 #include "orvelle/platform/posix/AbandonedDebts.h"
 #include "orvelle/platform/posix/GuardedUndoKeeper.h"
+#include "orvelle/platform/simulated/Demonstration.h"
+#ifndef __APPLE__
+#include "orvelle/platform/pipewire/PipeWireHardware.h"
 #endif
 
 namespace orvelle {
@@ -22,23 +23,34 @@ struct BackEnd {
   std::unique_ptr<UndoKeeper> (*openUndoKeeper)(Console& console);
 };
 
-#ifdef ORVELLE_HAS_PIPEWIRE
-std::unique_ptr<AudioHardware> openPipeWire(MainQueue& queue, Console& console,
-                                            std::string& problem) {
-  payAbandonedDebts(UndoJournal(), console, [&queue, &problem] {
-    return PipeWireHardware::connect(queue, problem, VolumeStorage::written);
-  });
+#ifdef __APPLE__
+constexpr std::string_view kPlatformsOwn = "coreaudio";
+
+std::unique_ptr<AudioHardware> connect(MainQueue& queue, std::string& problem) {
+  return openGuardianHardware(queue, problem);  // volumes are stored in any case there
+}
+#else
+constexpr std::string_view kPlatformsOwn = "pipewire";
+
+std::unique_ptr<AudioHardware> connect(MainQueue& queue, std::string& problem) {
   std::unique_ptr<AudioHardware> hardware = PipeWireHardware::connect(queue, problem);
   if (!hardware) {
     problem += "; start a PipeWire session, or set ORVELLE_BACKEND=simulated for a demonstration.";
   }
   return hardware;
 }
+#endif
+
+std::unique_ptr<AudioHardware> openPlatformsOwn(MainQueue& queue, Console& console,
+                                                std::string& problem) {
+  payAbandonedDebts(UndoJournal(), console,
+                    [&queue, &problem] { return openGuardianHardware(queue, problem); });
+  return connect(queue, problem);
+}
 
 std::unique_ptr<UndoKeeper> keepGuarded(Console& console) {
   return std::make_unique<GuardedUndoKeeper>(UndoJournal(), console);
 }
-#endif
 
 std::unique_ptr<AudioHardware> openSimulated(MainQueue& queue, Console& /*console*/,
                                              std::string& /*problem*/) {
@@ -50,16 +62,8 @@ std::unique_ptr<UndoKeeper> keepNothing(Console& /*console*/) {
   return std::make_unique<ForgetfulUndoKeeper>();
 }
 
-#ifdef __APPLE__
-constexpr std::string_view kPlatformsOwn = "coreaudio";
-#else
-constexpr std::string_view kPlatformsOwn = "pipewire";
-#endif
-
 constexpr std::array kBackEnds = {
-#ifdef ORVELLE_HAS_PIPEWIRE
-    BackEnd{"pipewire", openPipeWire, keepGuarded},
-#endif
+    BackEnd{kPlatformsOwn, openPlatformsOwn, keepGuarded},
     BackEnd{"simulated", openSimulated, keepNothing},
 };
 

@@ -11,10 +11,10 @@
 
 namespace orvelle {
 
-/// Connects to the back end that the environment variable ORVELLE_BACKEND names (pipewire,
-/// simulated or coreaudio), without one to the platform's own. Null when that fails; `problem` is
-/// then one line that says what was tried and what to do. `queue` must outlive the result.
-/// Main thread.
+/// Connects to the back end that the environment variable ORVELLE_BACKEND names (that of the
+/// platform, coreaudio or pipewire, or simulated), without one to the platform's own. Null when
+/// that fails; `problem` is then one line that says what was tried and what to do. `queue` must
+/// outlive the result. Main thread.
 ///
 /// What a killed instance has left to put right is put right first; `console` hears of what cannot.
 std::unique_ptr<AudioHardware> openBackEnd(MainQueue& queue, Console& console,
