@@ -5,6 +5,7 @@ for_the_panel=(qt6-declarative-dev libxcb1-dev qml6-module-qtqml qml6-module-qtq
   qml6-module-qtqml-workerscript qml6-module-qtquick qml6-module-qtquick-layouts
   qml6-module-qtquick-templates qml6-module-qtquick-window)
 for_a_session=(pipewire pipewire-bin pipewire-pulse libspa-0.2-modules wireplumber)
+on_macos=(cmake googletest google-benchmark librsvg ninja qt)
 
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then
@@ -31,10 +32,27 @@ install_debian_packages() {
     "${missing[@]}" >/dev/null
 }
 
-# install_packages name...: Debian's names; on macOS the fixed set of Homebrew is installed instead.
+install_homebrew_packages() {
+  if ! command -v brew >/dev/null; then
+    echo "Homebrew is missing, which this builds with: https://brew.sh" >&2
+    return 1
+  fi
+  local missing=() name
+  for name in "${on_macos[@]}"; do
+    if ! brew list --formula "$name" >/dev/null 2>&1; then
+      missing+=("$name")
+    fi
+  done
+  if [ ${#missing[@]} -gt 0 ]; then
+    echo "Installing: ${missing[*]}"
+    brew install --quiet "${missing[@]}"
+  fi
+}
+
+# install_packages name...: Debian's names; on macOS it is always the same set of Homebrew's.
 install_packages() {
   if [ "$(uname)" = Darwin ]; then
-    brew install --quiet cmake ninja pkg-config qt llvm googletest google-benchmark
+    install_homebrew_packages
   elif command -v dpkg-query >/dev/null && command -v apt-get >/dev/null; then
     install_debian_packages "$@"
   else
