@@ -9,6 +9,7 @@ using CFTypeID = unsigned long;
 using CFPropertyListRef = CFTypeRef;
 using CFDataRef = const struct __CFData*;
 using CFBooleanRef = const struct __CFBoolean*;
+using CFRunLoopRef = struct __CFRunLoop*;
 
 struct CFRange {
   CFIndex location;

@@ -1,24 +1,18 @@
-// The part of Foundation that this program uses, declared anew from its public documentation, so
-// that compilers can check its sources where there is no macOS. Nothing here is implemented.
+// Beside what the audio back end uses of Foundation: what the other services of macOS do, declared
+// anew from its public documentation. For compilers only: nothing here is implemented.
 #pragma once
 
+#include_next <Foundation/Foundation.h>
+
+#ifndef nil
 #define nil nullptr
-using BOOL = bool;
-using NSInteger = long;
-using NSUInteger = unsigned long;
+#endif
 
 @protocol NSObject
 @end
 
-__attribute__((objc_root_class))
-@interface NSObject <NSObject>
-+ (instancetype)alloc;
-- (instancetype)init;
-@end
-
-@interface NSString : NSObject
+@interface NSString (Making)
 + (instancetype)stringWithUTF8String:(const char*)text;
-@property(readonly) const char* UTF8String;
 @end
 
 @interface NSError : NSObject
