@@ -1,0 +1,317 @@
+#include "orvelle/platform/coreaudio/AggregateDevices.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+#include "orvelle/platform/coreaudio/AggregateDictionary.h"
+#include "orvelle/platform/coreaudio/PropertyCodec.h"
+#include "orvelle/platform/coreaudio/Waiting.h"
+
+namespace orvelle::coreaudio {
+
+namespace {
+
+/// Fresh aggregates were reported to answer "unknown property" for some hundred milliseconds, and
+/// to have no streams for longer still.
+constexpr double kReadySeconds = 2.0;
+/// An application's own volume is started once, above. What fails once in passing is tried again
+/// here; the boost, which tries again by itself, is left alone.
+constexpr int kTapStartAttempts = 2;
+
+bool namesTwice(const AggregateDescription& description) {
+  std::set<std::string> uids;
+  return !std::ranges::all_of(description.subdevices, [&uids](const SubDevice& member) {
+    return uids.insert(member.uid).second;
+  });
+}
+
+bool isReady(AudioObjectID hal, const AggregateDescription& description, std::size_t inputs,
+             std::size_t outputs) {
+  PropertyValue uid;
+  readValue(hal, {kAudioDevicePropertyDeviceUID}, uid);
+  return uid == PropertyValue(description.uid) &&
+         streamsOf(hal, kAudioObjectPropertyScopeInput).channelsPerBuffer.size() >= inputs &&
+         streamsOf(hal, kAudioObjectPropertyScopeOutput).channelsPerBuffer.size() >= outputs;
+}
+
+std::size_t bufferCount(const SubDevice& member, std::uint32_t scope) {
+  return streamsOf(deviceWithUID(member.uid), scope).channelsPerBuffer.size();
+}
+
+std::size_t bufferCount(const std::vector<SubDevice>& members, std::uint32_t scope) {
+  std::size_t count = 0;
+  for (const SubDevice& member : members) {
+    count += bufferCount(member, scope);
+  }
+  return count;
+}
+
+}  // namespace
+
+bool isLoopback(AudioObjectID halDevice) {
+  PropertyValue transport;
+  readValue(halDevice, {kAudioDevicePropertyTransportType}, transport);
+  return transport == PropertyValue(kAudioDeviceTransportTypeVirtual) &&
+         !streamsOf(halDevice, kAudioObjectPropertyScopeInput).channelsPerBuffer.empty() &&
+         !streamsOf(halDevice, kAudioObjectPropertyScopeOutput).channelsPerBuffer.empty();
+}
+
+AggregateDevices::~AggregateDevices() {
+  while (!aggregates_.empty()) {
+    destroy(aggregates_.begin()->first);
+  }
+}
+
+// Making and unmaking
+
+OSStatus AggregateDevices::create(const AggregateDescription& description,
+                                  AudioObjectID& aggregate) {
+  if (namesTwice(description)) {
+    return kAudioHardwareIllegalOperationError;  // a device that is its own input feeds back
+  }
+  for (const SubDevice& member : description.subdevices) {
+    // The HAL makes an aggregate of what is not there, too, and leaves it out.
+    if (deviceWithUID(member.uid) == kAudioObjectUnknown) {
+      return kAudioHardwareBadDeviceError;
+    }
+  }
+  std::vector<std::string> tapUIDs;
+  if (!acquireTaps(description, tapUIDs)) {
+    return kAudioHardwareBadObjectError;
+  }
+  AudioObjectID hal = kAudioObjectUnknown;
+  const OSStatus status = make(description, tapUIDs, hal);
+  if (status != kAudioHardwareNoError) {
+    releaseTaps(description);
+    return status;
+  }
+  auto made = std::make_shared<const Aggregate>(inspected(description));
+  aggregate = ids_.ours(hal);
+  const std::lock_guard lock(mutex_);
+  aggregates_[aggregate] = std::move(made);
+  return status;
+}
+
+OSStatus AggregateDevices::make(const AggregateDescription& description,
+                                const std::vector<std::string>& tapUIDs, AudioObjectID& hal) {
+  const Owned<CFDictionaryRef> dictionary = aggregateDictionary(description, tapUIDs);
+  {
+    const std::lock_guard lock(mutex_);
+    ++beingCreated_;
+  }
+  OSStatus status = AudioHardwareCreateAggregateDevice(dictionary.get(), &hal);
+  {
+    const std::lock_guard lock(mutex_);
+    --beingCreated_;
+    if (status == kAudioHardwareNoError) {
+      own_[hal] = false;
+    }
+  }
+  if (status != kAudioHardwareNoError) {
+    return status;
+  }
+  const std::size_t inputs =
+      bufferCount(description.subdevices, kAudioObjectPropertyScopeInput) + tapUIDs.size();
+  const std::size_t outputs = bufferCount(description.subdevices, kAudioObjectPropertyScopeOutput);
+  if (!waitUntil(clock_, kReadySeconds,
+                 [&] { return isReady(hal, description, inputs, outputs); })) {
+    unmake(hal);
+    status = kAudioHardwareNotReadyError;
+  }
+  return status;
+}
+
+/// What callbacks on it will need to know. A headset's microphone is among the inputs of an
+/// aggregate that it drives, before the loopback or the tap: it would be taken for them, and be
+/// heard.
+AggregateDevices::Aggregate AggregateDevices::inspected(
+    const AggregateDescription& description) const {
+  Aggregate aggregate;
+  aggregate.description = description;
+  std::size_t firstInput = 0;
+  for (const SubDevice& member : description.subdevices) {
+    const AudioObjectID device = deviceWithUID(member.uid);
+    const std::size_t inputs = bufferCount(member, kAudioObjectPropertyScopeInput);
+    if (member.uid == description.master) {
+      for (std::size_t index = firstInput; index < firstInput + inputs; ++index) {
+        aggregate.droppedInputs |= 1U << index;
+      }
+    } else if (isLoopback(device)) {
+      aggregate.loopback = ids_.ours(device);
+    }
+    firstInput += inputs;
+  }
+  return aggregate;
+}
+
+OSStatus AggregateDevices::destroy(AudioObjectID aggregate) {
+  std::shared_ptr<const Aggregate> destroyed;
+  {
+    const std::lock_guard lock(mutex_);
+    const auto found = aggregates_.find(aggregate);
+    if (found == aggregates_.end()) {
+      return kAudioHardwareBadObjectError;
+    }
+    destroyed = found->second;
+    aggregates_.erase(found);
+  }
+  procs_.destroyAllOf(aggregate);
+  const OSStatus status = unmake(ids_.hal(aggregate));
+  releaseTaps(destroyed->description);
+  return status;
+}
+
+OSStatus AggregateDevices::unmake(AudioObjectID hal) {
+  const OSStatus status = AudioHardwareDestroyAggregateDevice(hal);
+  const std::lock_guard lock(mutex_);
+  if (const auto found = own_.find(hal); found != own_.end()) {
+    found->second = true;
+  }
+  return status;
+}
+
+bool AggregateDevices::acquireTaps(const AggregateDescription& description,
+                                   std::vector<std::string>& uids) {
+  for (const SubTap& tap : description.taps) {
+    const std::string halUID = taps_.acquire(tap.uid);
+    if (halUID.empty()) {
+      AggregateDescription acquired = description;
+      acquired.taps.resize(uids.size());
+      releaseTaps(acquired);
+      return false;
+    }
+    uids.push_back(halUID);
+  }
+  return true;
+}
+
+void AggregateDevices::releaseTaps(const AggregateDescription& description) {
+  for (const SubTap& tap : description.taps) {
+    taps_.release(tap.uid);
+  }
+}
+
+// Callbacks
+
+OSStatus AggregateDevices::createIOProc(AudioObjectID device, IOBlock block,
+                                        AudioDeviceIOProcID& procID) {
+  CallbackSettings settings;
+  settings.block = std::move(block);
+  const auto aggregate = find(device);
+  if (aggregate) {
+    const auto& taps = aggregate->description.taps;
+    settings.droppedInputs = aggregate->droppedInputs;
+    settings.waitsForSound = std::ranges::any_of(
+        taps, [this](const SubTap& tap) { return taps_.waitsForSound(tap.uid); });
+  }
+  return procs_.create(device, std::move(settings), procID);
+}
+
+OSStatus AggregateDevices::startIOProc(AudioObjectID device, AudioDeviceIOProcID procID) {
+  const auto aggregate = find(device);
+  const bool readsTaps = aggregate && !aggregate->description.taps.empty();
+  return procs_.start(device, procID, readsTaps ? kTapStartAttempts : 1);
+}
+
+// Questions
+
+std::shared_ptr<const AggregateDevices::Aggregate> AggregateDevices::find(
+    AudioObjectID aggregate) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = aggregates_.find(aggregate);
+  return found == aggregates_.end() ? nullptr : found->second;
+}
+
+void AggregateDevices::removeOwn(std::vector<AudioObjectID>& halDevices) {
+  const std::lock_guard lock(mutex_);
+  std::erase_if(own_, [&halDevices](const auto& own) {
+    return own.second && std::ranges::find(halDevices, own.first) == halDevices.end();
+  });
+  std::erase_if(halDevices, [this](AudioObjectID hal) { return own_.contains(hal); });
+}
+
+bool AggregateDevices::isCreating() const {
+  const std::lock_guard lock(mutex_);
+  return beingCreated_ > 0;
+}
+
+std::vector<AudioObjectID> AggregateDevices::tapReaders() const {
+  std::vector<AudioObjectID> readers;
+  const std::lock_guard lock(mutex_);
+  for (const auto& [id, aggregate] : aggregates_) {
+    if (!aggregate->description.taps.empty()) {
+      readers.push_back(id);
+    }
+  }
+  return readers;
+}
+
+AggregateOutline AggregateDevices::outlineOf(AudioObjectID id, const Aggregate& aggregate) const {
+  return {aggregate.description.master, aggregate.loopback, !aggregate.description.taps.empty(),
+          procs_.isStarted(id)};
+}
+
+AggregateOutline AggregateDevices::outline(AudioObjectID aggregate) const {
+  const auto found = find(aggregate);
+  return found ? outlineOf(aggregate, *found) : AggregateOutline{};
+}
+
+std::vector<AggregateOutline> AggregateDevices::outlines() const {
+  std::vector<AggregateOutline> all;
+  const std::lock_guard lock(mutex_);
+  for (const auto& [id, aggregate] : aggregates_) {
+    all.push_back(outlineOf(id, *aggregate));
+  }
+  return all;
+}
+
+// Taps
+
+bool AggregateDevices::muteTaps(AudioObjectID aggregate) {
+  const auto reader = find(aggregate);
+  return reader && std::ranges::all_of(reader->description.taps, [this](const SubTap& tap) {
+           return taps_.beginToMute(tap.uid);
+         });
+}
+
+void AggregateDevices::silenceReaders(const std::string& tapUID) {
+  for (const AudioObjectID id : tapReaders()) {
+    const auto reader = find(id);
+    if (reader && std::ranges::find(reader->description.taps, tapUID, &SubTap::uid) !=
+                      reader->description.taps.end()) {
+      procs_.closePaths(id);
+    }
+  }
+}
+
+// A restart of the audio server
+
+void AggregateDevices::forgetAll() {
+  const std::lock_guard lock(mutex_);
+  own_.clear();
+}
+
+void AggregateDevices::renewTapReaders() {
+  taps_.renew();
+  for (const AudioObjectID id : tapReaders()) {
+    const auto reader = find(id);
+    if (!reader || ids_.hal(id) != kAudioObjectUnknown ||
+        deviceWithUID(reader->description.master) == kAudioObjectUnknown) {
+      continue;
+    }
+    std::vector<std::string> tapUIDs;
+    for (const SubTap& tap : reader->description.taps) {
+      tapUIDs.push_back(taps_.halUID(tap.uid));
+    }
+    AudioObjectID hal = kAudioObjectUnknown;
+    if (std::ranges::find(tapUIDs, std::string()) == tapUIDs.end() &&
+        make(reader->description, tapUIDs, hal) == kAudioHardwareNoError) {
+      ids_.rebind(id, hal);
+      procs_.closePaths(id);
+      procs_.renew(id);
+    }
+  }
+}
+
+}  // namespace orvelle::coreaudio

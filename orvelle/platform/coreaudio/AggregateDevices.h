@@ -1,0 +1,87 @@
+// The aggregates of this process: made, waited for, left out of what the layers above see, unmade.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "orvelle/platform/AudioHardware.h"
+#include "orvelle/platform/Clock.h"
+#include "orvelle/platform/TapGovernor.h"
+#include "orvelle/platform/coreaudio/IOProcs.h"
+#include "orvelle/platform/coreaudio/ObjectIDs.h"
+#include "orvelle/platform/coreaudio/ProcessTaps.h"
+
+namespace orvelle::coreaudio {
+
+/// Any thread but the real-time one. No lock is held across a call of the HAL.
+class AggregateDevices {
+ public:
+  AggregateDevices(ObjectIDs& ids, IOProcs& procs, ProcessTaps& taps, Clock& clock)
+      : ids_(ids), procs_(procs), taps_(taps), clock_(clock) {}
+  AggregateDevices(const AggregateDevices&) = delete;
+  AggregateDevices& operator=(const AggregateDevices&) = delete;
+  ~AggregateDevices();
+
+  /// Returns when the aggregate answers and has the streams of its parts.
+  OSStatus create(const AggregateDescription& description, AudioObjectID& aggregate);
+  OSStatus destroy(AudioObjectID aggregate);
+  /// As IOProcs does it, for any device.
+  OSStatus createIOProc(AudioObjectID device, IOBlock block, AudioDeviceIOProcID& procID);
+  OSStatus startIOProc(AudioObjectID device, AudioDeviceIOProcID procID);
+
+  /// Takes our aggregates out of a list of the HAL's ids. They come as news while they are made,
+  /// answer to no question for a while, and stay listed after they were unmade: by their uid alone
+  /// nobody above could tell them from a new device.
+  void removeOwn(std::vector<AudioObjectID>& halDevices);
+  /// Whether one is being made, whose id nobody knows yet.
+  [[nodiscard]] bool isCreating() const;
+
+  /// Of those with taps.
+  [[nodiscard]] std::vector<AudioObjectID> tapReaders() const;
+  [[nodiscard]] AggregateOutline outline(AudioObjectID aggregate) const;
+  [[nodiscard]] std::vector<AggregateOutline> outlines() const;
+  /// Sound has arrived at an aggregate's taps: they begin to mute. False where one may not.
+  bool muteTaps(AudioObjectID aggregate);
+  /// The tap is about to end: what reads it falls silent.
+  void silenceReaders(const std::string& tapUID);
+  /// The audio server began anew, and none of them exists any more. Those that read taps are made
+  /// again by `renewTapReaders`; the others are up to the layers above.
+  void forgetAll();
+  /// Makes tap readers again whose taps and master are there again. Main thread.
+  void renewTapReaders();
+
+ private:
+  struct Aggregate {
+    AggregateDescription description;
+    AudioObjectID loopback = kAudioObjectUnknown;  // our id
+    std::uint32_t droppedInputs = 0;               // as CallbackSettings has it
+  };
+
+  [[nodiscard]] bool acquireTaps(const AggregateDescription& description,
+                                 std::vector<std::string>& uids);
+  void releaseTaps(const AggregateDescription& description);
+  OSStatus unmake(AudioObjectID hal);
+  OSStatus make(const AggregateDescription& description, const std::vector<std::string>& tapUIDs,
+                AudioObjectID& hal);
+  [[nodiscard]] Aggregate inspected(const AggregateDescription& description) const;
+  [[nodiscard]] std::shared_ptr<const Aggregate> find(AudioObjectID aggregate) const;
+  [[nodiscard]] AggregateOutline outlineOf(AudioObjectID id, const Aggregate& aggregate) const;
+
+  ObjectIDs& ids_;
+  IOProcs& procs_;
+  ProcessTaps& taps_;
+  Clock& clock_;
+  mutable std::mutex mutex_;                                              // guards everything below
+  std::map<AudioObjectID, std::shared_ptr<const Aggregate>> aggregates_;  // by our id
+  /// By the HAL's id: whether it has been unmade. Those stay in here as long as they are listed.
+  std::map<AudioObjectID, bool> own_;
+  int beingCreated_ = 0;
+};
+
+/// Whether it is one of the devices through which what it plays comes back as input.
+bool isLoopback(AudioObjectID halDevice);
+
+}  // namespace orvelle::coreaudio

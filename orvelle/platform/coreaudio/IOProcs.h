@@ -1,0 +1,77 @@
+// Callbacks on the HAL's devices: making and unmaking, starts that fail or come to nothing.
+#pragma once
+
+#include <CoreAudio/CoreAudio.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "orvelle/platform/Clock.h"
+#include "orvelle/platform/MainQueue.h"
+#include "orvelle/platform/coreaudio/CallbackSlot.h"
+#include "orvelle/platform/coreaudio/ObjectIDs.h"
+
+namespace orvelle::coreaudio {
+
+/// Any thread but the real-time one. No lock is held across a call of the HAL. `device` is our id.
+class IOProcs {
+ public:
+  IOProcs(const ObjectIDs& ids, MainQueue& queue, Clock& clock);
+  IOProcs(const IOProcs&) = delete;
+  IOProcs& operator=(const IOProcs&) = delete;
+  ~IOProcs();
+
+  OSStatus create(AudioObjectID device, CallbackSettings settings, AudioDeviceIOProcID& procID);
+  OSStatus destroy(AudioObjectID device, AudioDeviceIOProcID procID);
+  /// Returns when the device runs. A failed start is tried `attempts` times.
+  OSStatus start(AudioObjectID device, AudioDeviceIOProcID procID, int attempts);
+  OSStatus stop(AudioObjectID device, AudioDeviceIOProcID procID);
+  /// As `destroy` for each, in the order that the HAL asks for.
+  void destroyAllOf(AudioObjectID device);
+
+  [[nodiscard]] bool isStarted(AudioObjectID device) const;
+  void setFactors(AudioObjectID device, float left, float right);
+  /// The device's callbacks are silent from now on.
+  void closePaths(AudioObjectID device);
+  /// The audio server began anew, and the device is another object now, or none: callbacks are
+  /// made again, and started where they had been.
+  void renew(AudioObjectID device);
+
+  /// Asked on the main thread when sound has arrived at a device whose callbacks wait for it;
+  /// whether they may be heard now.
+  std::function<bool(AudioObjectID device)> onFirstSound;
+
+ private:
+  struct Proc {
+    AudioObjectID device = kAudioObjectUnknown;
+    ::AudioDeviceIOProcID hal = nullptr;
+    CallbackSlot::Handle slot;
+    bool isStarted = false;
+    // Of the watch, main thread only.
+    std::uint64_t callsAtStart = 0;
+    double startedAt = 0.0;  // seconds of the clock
+    int restarts = 0;
+  };
+  using ProcPtr = std::shared_ptr<Proc>;
+
+  [[nodiscard]] ProcPtr find(AudioObjectID device, AudioDeviceIOProcID procID) const;
+  [[nodiscard]] std::vector<std::pair<AudioDeviceIOProcID, ProcPtr>> of(AudioObjectID device) const;
+  OSStatus makeAtHAL(Proc& proc) const;
+  OSStatus startAndLook(AudioObjectID halDevice, ::AudioDeviceIOProcID procID);
+  void setStarted(const ProcPtr& proc, bool isStarted);
+  void watch(const std::weak_ptr<Proc>& watched);
+  bool lookAfter(Proc& proc);
+  void restart(Proc& proc);
+
+  const ObjectIDs& ids_;
+  MainQueue& queue_;
+  Clock& clock_;
+  mutable std::mutex mutex_;  // guards the map and every `isStarted`
+  std::map<AudioDeviceIOProcID, ProcPtr> procs_;
+};
+
+}  // namespace orvelle::coreaudio
