@@ -56,7 +56,10 @@ class FaultRun {
 
   void startTap() {
     try {
-      tap.start(tapped, kHeadphones);
+      tap.start(tappedBehindDoor, kHeadphones);
+      // A back end may wait for the first sound before it takes the program off its normal path.
+      rig.hardware.runCycle(4);
+      rig.queue.advance(0.1);
     } catch (const EngineError&) {
       tap.teardown();
     }
@@ -97,6 +100,7 @@ class FaultRun {
   std::size_t observers = 0;  ///< of the router: never removed
   ProcessTapEngine tap{host};
   AudioObjectID tapped = kAudioObjectUnknown;
+  AudioObjectID tappedBehindDoor = kAudioObjectUnknown;
 
  private:
   /// Nobody may hear more than the boost asked for, at any moment.
@@ -136,7 +140,7 @@ void failEachCallOf(const std::function<void(FaultRun&)>& prepare,
   faultless.expectOrder(true);
   ASSERT_GT(calls, 10U);
   for (const FaultEffect effect : {FaultEffect::fail, FaultEffect::failAfterwards}) {
-    for (std::uint64_t call = 0; call < calls; ++call) {
+    for (std::uint64_t call = 0; call < calls; call += failedCallStride()) {
       SCOPED_TRACE(testing::Message() << "call " << call << " of " << calls << " fails"
                                       << (effect == FaultEffect::fail ? "" : " afterwards"));
       FaultRun run;
@@ -207,6 +211,7 @@ TEST(BoostFaultTest, EachCallOfATapSessionMayFail) {
         ProcessDescription program;
         program.signal = [](std::int64_t, std::uint32_t) { return kSource; };
         run.tapped = run.rig.hardware.launch(program);
+        run.tappedBehindDoor = behindDoor(run.tapped, run.rig.hardware, *run.rig.door);
         run.rig.hardware.setMute(kHeadphones, false);
         run.tap.volume = 0.5F;
       },

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -16,6 +17,10 @@ namespace orvelle {
 /// Each executable links one source that defines it (`StraightDoor.cpp`, or the stand-in's), so
 /// that the same tests tell of both. Both arguments outlive the result.
 std::unique_ptr<AudioHardware> openDoor(SimulatedHardware& world, ManualQueue& queue);
+
+/// Of a session's calls, every so-manieth is made to fail once: a back end makes many of its own
+/// between those that the session asks for.
+std::uint64_t failedCallStride();
 
 /// The id by which a process of the world is known behind the door: that at the same place in the
 /// list.

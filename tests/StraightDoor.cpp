@@ -7,4 +7,8 @@ std::unique_ptr<AudioHardware> openDoor(SimulatedHardware& world, ManualQueue& /
   return std::make_unique<ForwardingHardware>(world);
 }
 
+std::uint64_t failedCallStride() {
+  return 1;
+}
+
 }  // namespace orvelle
