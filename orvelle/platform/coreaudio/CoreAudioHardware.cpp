@@ -1,5 +1,6 @@
 #include "orvelle/platform/coreaudio/CoreAudioHardware.h"
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <mutex>
@@ -56,9 +57,15 @@ void useOwnNotificationThread() {
 
 }  // namespace
 
-/// The lock guards `watches` and `reportedDevices`, and is never held across a call of the HAL.
+/// The lock guards `registrations` and `reported`, and is never held across a call of the HAL.
 struct CoreAudioHardware::Parts {
   Parts(MainQueue& mainQueue, Clock& waitingClock);
+
+  struct Registration {
+    AudioObjectID object = kAudioObjectUnknown;
+    PropertyAddress address;
+    coreaudio::HALListeners::WatchID watch = 0;
+  };
 
   OSStatus get(AudioObjectID object, const PropertyAddress& address, PropertyValue& value);
   OSStatus set(AudioObjectID object, const PropertyAddress& address, const PropertyValue& value);
@@ -68,6 +75,8 @@ struct CoreAudioHardware::Parts {
 
   void changed(AudioObjectID object, const PropertyAddress& address);
   void devicesChanged();
+  void defaultOutputChanged() { report(kDefaultOutput); }
+  void report(const PropertyAddress& address);
   void serverRestarted();
   void post(void (Parts::*job)());
   void followLoudness() { loudness.follow(); }
@@ -75,6 +84,14 @@ struct CoreAudioHardware::Parts {
 
   MainQueue& queue;
   Clock& clock;
+  std::mutex mutex;
+  std::map<ListenerToken, Registration> registrations;
+  /// What the listeners of the device list and of the default output were last told of.
+  std::map<PropertyAddress, PropertyValue> reported;
+  /// Posted jobs hold it weakly: they may come due after the end.
+  std::shared_ptr<const bool> life = std::make_shared<const bool>(true);
+
+  // Ended in reverse order: listeners are still called while aggregates end, and need all above.
   coreaudio::ObjectIDs ids;
   ListenerRegistry registry{queue};
   coreaudio::HALListeners listeners{
@@ -84,12 +101,6 @@ struct CoreAudioHardware::Parts {
   coreaudio::ProcessTaps taps{ids};
   coreaudio::AggregateDevices aggregates{ids, procs, taps, clock};
   coreaudio::TapLoudness loudness{ids, listeners, aggregates, procs};
-  std::mutex mutex;
-  std::map<ListenerToken, coreaudio::HALListeners::WatchID> watches;
-  /// As the listeners of the device list were last told.
-  std::vector<AudioObjectID> reportedDevices;
-  /// Posted jobs hold it weakly: they may come due after the end.
-  std::shared_ptr<const bool> life = std::make_shared<const bool>(true);
 };
 
 CoreAudioHardware::Parts::Parts(MainQueue& mainQueue, Clock& waitingClock)
@@ -177,6 +188,8 @@ void CoreAudioHardware::Parts::changed(AudioObjectID object, const PropertyAddre
     post(&Parts::serverRestarted);
   } else if (address == kDevices) {
     post(&Parts::devicesChanged);
+  } else if (address == kDefaultOutput) {
+    post(&Parts::defaultOutputChanged);
   } else {
     registry.notify(object, address);
   }
@@ -193,28 +206,34 @@ void CoreAudioHardware::Parts::post(void (Parts::*job)()) {
   });
 }
 
-/// The making and unmaking of our own aggregates is told too, and is nobody's news.
 void CoreAudioHardware::Parts::devicesChanged() {
   if (aggregates.isCreating()) {
     return;  // its id is not known yet; the end of the creation asks for another look
   }
   aggregates.renewTapReaders();
-  const std::vector<AudioObjectID> current = devices();
+  report(kDevices);
+  loudness.follow();
+}
+
+/// The making and unmaking of our own aggregates is told too, and is nobody's news; an engine that
+/// makes one because of news would go round in a circle.
+void CoreAudioHardware::Parts::report(const PropertyAddress& address) {
+  PropertyValue current;
+  get(kAudioObjectSystemObject, address, current);
   {
     const std::lock_guard lock(mutex);
-    if (std::exchange(reportedDevices, current) == current) {
+    if (std::exchange(reported[address], current) == current) {
       return;
     }
   }
-  registry.notify(kAudioObjectSystemObject, kDevices);
-  loudness.follow();
+  registry.notify(kAudioObjectSystemObject, address);
 }
 
 void CoreAudioHardware::Parts::serverRestarted() {
   aggregates.forgetAll();
   listeners.renew();
   devicesChanged();
-  registry.notify(kAudioObjectSystemObject, kDefaultOutput);
+  defaultOutputChanged();
   registry.notify(kAudioObjectSystemObject, kProcesses);
 }
 
@@ -296,19 +315,22 @@ OSStatus CoreAudioHardware::addPropertyListener(AudioObjectID object,
   if (!hasProperty(object, address)) {
     return kAudioHardwareUnknownPropertyError;
   }
+  PropertyValue current;  // read before anything can be told
+  parts_->get(object, address, current);
   coreaudio::HALListeners::WatchID watch = 0;
   const OSStatus status = parts_->listeners.watch(object, address, watch);
   if (status != kAudioHardwareNoError) {
     return status;
   }
-  const std::vector<AudioObjectID> devices =
-      address == kDevices ? parts_->devices() : std::vector<AudioObjectID>{};
   token = parts_->registry.add(object, address, std::move(listener));
   const std::lock_guard lock(parts_->mutex);
-  parts_->watches[token] = watch;
-  if (address == kDevices && parts_->reportedDevices.empty()) {
-    parts_->reportedDevices = devices;
+  const bool isFirst = std::ranges::none_of(parts_->registrations, [&](const auto& entry) {
+    return entry.second.object == object && entry.second.address == address;
+  });
+  if (isFirst && object == kAudioObjectSystemObject) {
+    parts_->reported[address] = std::move(current);
   }
+  parts_->registrations[token] = {object, address, watch};
   return status;
 }
 
@@ -316,12 +338,12 @@ OSStatus CoreAudioHardware::removePropertyListener(ListenerToken token) {
   coreaudio::HALListeners::WatchID watch = 0;
   {
     const std::lock_guard lock(parts_->mutex);
-    const auto found = parts_->watches.find(token);
-    if (found == parts_->watches.end()) {
+    const auto found = parts_->registrations.find(token);
+    if (found == parts_->registrations.end()) {
       return kAudioHardwareIllegalOperationError;
     }
-    watch = found->second;
-    parts_->watches.erase(found);
+    watch = found->second.watch;
+    parts_->registrations.erase(found);
   }
   parts_->registry.remove(token);
   parts_->listeners.unwatch(watch);
