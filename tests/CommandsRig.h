@@ -53,9 +53,8 @@ struct WorldAndDoor {
 /// The world with the door to it, which closes first.
 class ObservedHardware final : private WorldAndDoor, public ForwardingHardware {
  public:
-  ObservedHardware(std::unique_ptr<ObservedWorld> observed, std::unique_ptr<AudioHardware> door)
-      : WorldAndDoor{std::move(observed), std::move(door)},
-        ForwardingHardware(*WorldAndDoor::door) {}
+  ObservedHardware(std::unique_ptr<ObservedWorld> world, std::unique_ptr<AudioHardware> opened)
+      : WorldAndDoor{std::move(world), std::move(opened)}, ForwardingHardware(*door) {}
 };
 
 class CommandsRig : public testing::Test {
