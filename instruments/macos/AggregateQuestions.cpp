@@ -1,9 +1,12 @@
 #include <CoreAudio/CoreAudio.h>
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "instruments/macos/HAL.h"
 #include "instruments/macos/Questions.h"
@@ -13,6 +16,7 @@ namespace report {
 namespace {
 
 constexpr double kPatienceSeconds = 2.0;
+constexpr AudioObjectPropertySelector kNoSuchSelector = 0x6E6F6E65;  // none
 
 struct Heard {
   std::atomic<int> calls = 0;
@@ -26,8 +30,8 @@ Heard& heard() {
 }
 
 const std::thread::id& mainThread() {
-  static const std::thread::id main = std::this_thread::get_id();
-  return main;
+  static const std::thread::id first = std::this_thread::get_id();
+  return first;
 }
 
 OSStatus hear(AudioObjectID /*object*/, UInt32 /*count*/,
@@ -133,6 +137,48 @@ void checkRun(Report& report, const PrivateAggregate& aggregate) {
   report.check("no-call-after-destroy", callback.calls == 0, std::to_string(callback.calls));
 }
 
+/// What the back end avoids, because nobody says what comes of it.
+void checkOddities(Report& report) {
+  const PrivateAggregate one(defaultUID(), "");
+  const PrivateAggregate same(defaultUID(), "", one.uid);
+  report.check("same-uid-twice", same.status == 0 && same.id != one.id,
+               codeText(same.status) + ", objects " + std::to_string(one.id) + " and " +
+                   std::to_string(same.id));
+  const PrivateAggregate without("app.orvelle.nobody", "");
+  report.check("missing-member-is-left-out", without.status == 0, codeText(without.status));
+}
+
+/// Without a start: nothing is opened.
+void checkStreamUsage(Report& report) {
+  for (const AudioObjectID device :
+       askList(kAudioObjectSystemObject, address(kAudioHardwarePropertyDevices))) {
+    if (channelCount(device, kAudioObjectPropertyScopeInput) == 0) {
+      continue;
+    }
+    const PrivateAggregate aggregate(askText(device, address(kAudioDevicePropertyDeviceUID)), "");
+    pause(1.0);
+    const Callback callback(aggregate.id);
+    const auto property =
+        address(kAudioDevicePropertyIOProcStreamUsage, kAudioObjectPropertyScopeInput);
+    UInt32 byteSize = 0;
+    AudioObjectGetPropertyDataSize(aggregate.id, &property, 0, nullptr, &byteSize);
+    std::vector<std::uint64_t> storage(byteSize / sizeof(std::uint64_t) + 2);  // aligned for it
+    auto* const usage = reinterpret_cast<AudioHardwareIOProcStreamUsage*>(storage.data());
+    usage->mIOProc = reinterpret_cast<void*>(callback.procID());
+    const OSStatus read =
+        AudioObjectGetPropertyData(aggregate.id, &property, 0, nullptr, &byteSize, usage);
+    const UInt32 streams = read == 0 ? usage->mNumberStreams : 0;
+    std::fill_n(usage->mStreamIsOn, streams, 0U);
+    const OSStatus written =
+        AudioObjectSetPropertyData(aggregate.id, &property, 0, nullptr, byteSize, usage);
+    report.check(
+        "inputs-can-be-switched-off", read == 0 && written == 0,
+        codeText(read) + ", " + codeText(written) + ", " + std::to_string(streams) + " streams");
+    return;
+  }
+  report.skip("inputs-can-be-switched-off", "no device has inputs");
+}
+
 }  // namespace
 
 void askListeners(Report& report) {
@@ -145,6 +191,9 @@ void askListeners(Report& report) {
   const OSStatus status =
       AudioObjectAddPropertyListener(kAudioObjectSystemObject, &kDevices, &hear, nullptr);
   report.check("listener-added", status == 0, codeText(status));
+  const auto unknown = address(kNoSuchSelector);
+  const OSStatus taken = AudioObjectAddPropertyListener(defaultOutput(), &unknown, &hear, nullptr);
+  report.check("listener-of-unknown-property", taken == 0, codeText(taken));
   tellNewsOfAggregate(report, "as it is, without a run loop that runs");
   checkWithoutRunLoop(report);
   checkLateCalls(report);
@@ -159,6 +208,8 @@ void askAggregates(Report& report) {
   PrivateAggregate aggregate(defaultUID(), "");
   checkFreshness(report, aggregate);
   checkRun(report, aggregate);
+  checkOddities(report);
+  checkStreamUsage(report);
   const AudioObjectID id = aggregate.id;
   const OSStatus status = aggregate.destroy();
   const auto gone = secondsUntil([&] { return !isListed(id); }, kPatienceSeconds);

@@ -19,11 +19,6 @@ using orvelle::coreaudio::makeString;
 using orvelle::coreaudio::Owned;
 using orvelle::coreaudio::textOf;
 
-std::string freshUID() {
-  static int number = 0;
-  return "app.orvelle.report." + std::to_string(getpid()) + "." + std::to_string(++number);
-}
-
 std::vector<Owned<CFDictionaryRef>> listOf(const char* key, const std::string& uid) {
   std::vector<Owned<CFDictionaryRef>> list;
   if (!uid.empty()) {
@@ -132,8 +127,14 @@ void pause(double seconds) {
   std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
-PrivateAggregate::PrivateAggregate(const std::string& deviceUID, const std::string& tapUID)
-    : uid(freshUID()) {
+std::string freshUID() {
+  static int number = 0;
+  return "app.orvelle.report." + std::to_string(getpid()) + "." + std::to_string(++number);
+}
+
+PrivateAggregate::PrivateAggregate(const std::string& deviceUID, const std::string& tapUID,
+                                   std::string aggregateUID)
+    : uid(std::move(aggregateUID)) {
   DictionaryBuilder description;
   description.add(kAudioAggregateDeviceUIDKey, uid);
   description.add(kAudioAggregateDeviceNameKey, std::string("Orvelle report"));
@@ -165,8 +166,9 @@ Callback::~Callback() {
   pause(0.05);  // should one still be running, against the HAL's promise
 }
 
+/// Without a callback, the HAL would start the device all the same.
 OSStatus Callback::start() {
-  return AudioDeviceStart(device_, procID_);
+  return procID_ == nullptr ? createStatus : AudioDeviceStart(device_, procID_);
 }
 
 OSStatus Callback::stop() {

@@ -54,11 +54,17 @@ std::optional<double> secondsUntil(const std::function<bool()>& condition, doubl
 std::string afterText(const std::optional<double>& seconds);
 void pause(double seconds);
 
+/// A uid that no other aggregate has.
+std::string freshUID();
+
 /// A private aggregate of one device, one tap, or both, which ends with this. Its UID names
 /// neither.
 class PrivateAggregate {
  public:
-  PrivateAggregate(const std::string& deviceUID, const std::string& tapUID);
+  PrivateAggregate(const std::string& deviceUID, const std::string& tapUID)
+      : PrivateAggregate(deviceUID, tapUID, freshUID()) {}
+  PrivateAggregate(const std::string& deviceUID, const std::string& tapUID,
+                   std::string aggregateUID);
   PrivateAggregate(const PrivateAggregate&) = delete;
   PrivateAggregate& operator=(const PrivateAggregate&) = delete;
   ~PrivateAggregate() { destroy(); }
@@ -89,6 +95,8 @@ class Callback {
   std::atomic<UInt32> outputBuffers = 0;
   std::atomic<UInt32> frames = 0;
   std::atomic<bool> runsOnCallersThread = false;
+
+  [[nodiscard]] AudioDeviceIOProcID procID() const { return procID_; }
 
  private:
   static OSStatus serve(AudioObjectID device, const AudioTimeStamp* now,

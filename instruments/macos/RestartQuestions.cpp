@@ -70,9 +70,9 @@ void watchRestart(Report& report) {
                              static_cast<const void*>(&none));
   const AudioObjectID formerOutput = defaultOutput();
   const std::string uid = askText(formerOutput, address(kAudioDevicePropertyDeviceUID));
-  for (const auto selector :
-       std::array{kAudioHardwarePropertyServiceRestarted, kAudioHardwarePropertyDevices,
-                  kAudioHardwarePropertyDefaultOutputDevice}) {
+  for (const auto selector : std::array<AudioObjectPropertySelector, 3>{
+           kAudioHardwarePropertyServiceRestarted, kAudioHardwarePropertyDevices,
+           kAudioHardwarePropertyDefaultOutputDevice}) {
     const auto property = address(selector);
     AudioObjectAddPropertyListener(kAudioObjectSystemObject, &property, &note, nullptr);
   }

@@ -1,6 +1,7 @@
 #include <libproc.h>
 #include <mach-o/dyld.h>
 #include <pthread/qos.h>
+#include <sys/proc.h>
 
 #include <cstdlib>
 #include <string>

@@ -12,7 +12,7 @@ struct proc_bsdinfo {
   std::uint64_t pbi_start_tvusec;
 };
 
-enum { PROC_PIDTBSDINFO = 3, SZOMB = 5 };
+enum { PROC_PIDTBSDINFO = 3 };
 
 int proc_pidinfo(int pid, int flavor, std::uint64_t arg, void* buffer, int buffersize);
 

@@ -1,0 +1,4 @@
+// States of processes, declared anew.
+#pragma once
+
+enum { SZOMB = 5 };
