@@ -26,36 +26,7 @@ bool namesTwice(const AggregateDescription& description) {
   });
 }
 
-bool isReady(AudioObjectID hal, const AggregateDescription& description, std::size_t inputs,
-             std::size_t outputs) {
-  PropertyValue uid;
-  readValue(hal, {kAudioDevicePropertyDeviceUID}, uid);
-  return uid == PropertyValue(description.uid) &&
-         streamsOf(hal, kAudioObjectPropertyScopeInput).channelsPerBuffer.size() >= inputs &&
-         streamsOf(hal, kAudioObjectPropertyScopeOutput).channelsPerBuffer.size() >= outputs;
-}
-
-std::size_t bufferCount(const SubDevice& member, std::uint32_t scope) {
-  return streamsOf(deviceWithUID(member.uid), scope).channelsPerBuffer.size();
-}
-
-std::size_t bufferCount(const std::vector<SubDevice>& members, std::uint32_t scope) {
-  std::size_t count = 0;
-  for (const SubDevice& member : members) {
-    count += bufferCount(member, scope);
-  }
-  return count;
-}
-
 }  // namespace
-
-bool isLoopback(AudioObjectID halDevice) {
-  PropertyValue transport;
-  readValue(halDevice, {kAudioDevicePropertyTransportType}, transport);
-  return transport == PropertyValue(kAudioDeviceTransportTypeVirtual) &&
-         !streamsOf(halDevice, kAudioObjectPropertyScopeInput).channelsPerBuffer.empty() &&
-         !streamsOf(halDevice, kAudioObjectPropertyScopeOutput).channelsPerBuffer.empty();
-}
 
 AggregateDevices::~AggregateDevices() {
   while (!aggregates_.empty()) {
@@ -81,12 +52,14 @@ OSStatus AggregateDevices::create(const AggregateDescription& description,
     return kAudioHardwareBadObjectError;
   }
   AudioObjectID hal = kAudioObjectUnknown;
-  const OSStatus status = make(description, tapUIDs, hal);
+  const AggregateLayout layout = layoutOf(description);
+  const OSStatus status = make(description, layout, tapUIDs, hal);
   if (status != kAudioHardwareNoError) {
     releaseTaps(description);
     return status;
   }
-  auto made = std::make_shared<const Aggregate>(inspected(description));
+  auto made =
+      std::make_shared<const Aggregate>(Aggregate{description, layout, ids_.ours(layout.loopback)});
   aggregate = ids_.ours(hal);
   const std::lock_guard lock(mutex_);
   aggregates_[aggregate] = std::move(made);
@@ -94,6 +67,7 @@ OSStatus AggregateDevices::create(const AggregateDescription& description,
 }
 
 OSStatus AggregateDevices::make(const AggregateDescription& description,
+                                const AggregateLayout& layout,
                                 const std::vector<std::string>& tapUIDs, AudioObjectID& hal) {
   const Owned<CFDictionaryRef> dictionary = aggregateDictionary(description, tapUIDs);
   {
@@ -111,38 +85,11 @@ OSStatus AggregateDevices::make(const AggregateDescription& description,
   if (status != kAudioHardwareNoError) {
     return status;
   }
-  const std::size_t inputs =
-      bufferCount(description.subdevices, kAudioObjectPropertyScopeInput) + tapUIDs.size();
-  const std::size_t outputs = bufferCount(description.subdevices, kAudioObjectPropertyScopeOutput);
-  if (!waitUntil(clock_, kReadySeconds,
-                 [&] { return isReady(hal, description, inputs, outputs); })) {
+  if (!waitUntil(clock_, kReadySeconds, [&] { return isReady(hal, description, layout); })) {
     unmake(hal);
     status = kAudioHardwareNotReadyError;
   }
   return status;
-}
-
-/// What callbacks on it will need to know. A headset's microphone is among the inputs of an
-/// aggregate that it drives, before the loopback or the tap: it would be taken for them, and be
-/// heard.
-AggregateDevices::Aggregate AggregateDevices::inspected(
-    const AggregateDescription& description) const {
-  Aggregate aggregate;
-  aggregate.description = description;
-  std::size_t firstInput = 0;
-  for (const SubDevice& member : description.subdevices) {
-    const AudioObjectID device = deviceWithUID(member.uid);
-    const std::size_t inputs = bufferCount(member, kAudioObjectPropertyScopeInput);
-    if (member.uid == description.master) {
-      for (std::size_t index = firstInput; index < firstInput + inputs; ++index) {
-        aggregate.droppedInputs |= 1U << index;
-      }
-    } else if (isLoopback(device)) {
-      aggregate.loopback = ids_.ours(device);
-    }
-    firstInput += inputs;
-  }
-  return aggregate;
 }
 
 OSStatus AggregateDevices::destroy(AudioObjectID aggregate) {
@@ -201,7 +148,7 @@ OSStatus AggregateDevices::createIOProc(AudioObjectID device, IOBlock block,
   const auto aggregate = find(device);
   if (aggregate) {
     const auto& taps = aggregate->description.taps;
-    settings.droppedInputs = aggregate->droppedInputs;
+    settings.droppedInputs = aggregate->layout.droppedInputs;
     settings.waitsForSound = std::ranges::any_of(
         taps, [this](const SubTap& tap) { return taps_.waitsForSound(tap.uid); });
   }
@@ -306,7 +253,7 @@ void AggregateDevices::renewTapReaders() {
     }
     AudioObjectID hal = kAudioObjectUnknown;
     if (std::ranges::find(tapUIDs, std::string()) == tapUIDs.end() &&
-        make(reader->description, tapUIDs, hal) == kAudioHardwareNoError) {
+        make(reader->description, reader->layout, tapUIDs, hal) == kAudioHardwareNoError) {
       ids_.rebind(id, hal);
       procs_.closePaths(id);
       procs_.renew(id);

@@ -10,6 +10,7 @@
 #include "orvelle/platform/AudioHardware.h"
 #include "orvelle/platform/Clock.h"
 #include "orvelle/platform/TapGovernor.h"
+#include "orvelle/platform/coreaudio/AggregateLayout.h"
 #include "orvelle/platform/coreaudio/IOProcs.h"
 #include "orvelle/platform/coreaudio/ObjectIDs.h"
 #include "orvelle/platform/coreaudio/ProcessTaps.h"
@@ -56,17 +57,16 @@ class AggregateDevices {
  private:
   struct Aggregate {
     AggregateDescription description;
-    AudioObjectID loopback = kAudioObjectUnknown;  // our id
-    std::uint32_t droppedInputs = 0;               // as CallbackSettings has it
+    AggregateLayout layout;
+    AudioObjectID loopback = kAudioObjectUnknown;  // our id, which a restart does not reuse
   };
 
   [[nodiscard]] bool acquireTaps(const AggregateDescription& description,
                                  std::vector<std::string>& uids);
   void releaseTaps(const AggregateDescription& description);
   OSStatus unmake(AudioObjectID hal);
-  OSStatus make(const AggregateDescription& description, const std::vector<std::string>& tapUIDs,
-                AudioObjectID& hal);
-  [[nodiscard]] Aggregate inspected(const AggregateDescription& description) const;
+  OSStatus make(const AggregateDescription& description, const AggregateLayout& layout,
+                const std::vector<std::string>& tapUIDs, AudioObjectID& hal);
   [[nodiscard]] std::shared_ptr<const Aggregate> find(AudioObjectID aggregate) const;
   [[nodiscard]] AggregateOutline outlineOf(AudioObjectID id, const Aggregate& aggregate) const;
 
@@ -80,8 +80,5 @@ class AggregateDevices {
   std::map<AudioObjectID, bool> own_;
   int beingCreated_ = 0;
 };
-
-/// Whether it is one of the devices through which what it plays comes back as input.
-bool isLoopback(AudioObjectID halDevice);
 
 }  // namespace orvelle::coreaudio

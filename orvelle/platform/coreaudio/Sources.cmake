@@ -2,8 +2,10 @@
 set(ORVELLE_COREAUDIO_SOURCES
   AggregateDevices.cpp
   AggregateDictionary.cpp
+  AggregateLayout.cpp
   CallbackSlot.cpp
   CoreAudioHardware.cpp
+  CoreAudioParts.cpp
   CoreFoundationValues.cpp
   HALCodes.cpp
   HALListeners.cpp

@@ -1,0 +1,118 @@
+// What the CoreAudio back end makes of a HAL that behaves as people have reported it: what is heard
+// through taps, of microphones, and after a restart of the audio server.
+#include <cmath>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "tests/coreaudio/CoreAudioRig.h"
+
+namespace orvelle {
+
+// Fault: without the permission to record, a tapped application falls silent; or while it is not
+// known yet whether sound comes, it is heard twice.
+TEST_F(CoreAudioHardwareTest, NobodyIsMutedBeforeSoundHasComeThroughTheTap) {
+  world.setVolume(kSpeakers, 1.0F);
+  world.afterChange = [this] { EXPECT_LE(heard(kSpeakers), kPlayed * 1.001F); };
+  adversity().refusesRecording = true;
+  tapPlayer();
+  live(3.0);
+  EXPECT_EQ(heard(kSpeakers), kPlayed) << "at its own level, on its normal path";
+  tap.stop();
+
+  adversity().refusesRecording = false;
+  world.setPlaying(player, false);
+  tapPlayer(0.5F);
+  live(3.0);
+  world.setPlaying(player, true);
+  for (int cycle = 0; cycle < 50; ++cycle) {
+    EXPECT_LE(heard(kSpeakers), kPlayed);
+    queue.advance(0.01);
+  }
+  EXPECT_NEAR(heard(kSpeakers), std::tanh(0.5F * kPlayed), 1e-6F);
+  world.setPlaying(player, false);
+  EXPECT_EQ(heard(kSpeakers), 0.0F);
+  world.setPlaying(player, true);
+  EXPECT_NEAR(heard(kSpeakers), std::tanh(0.5F * kPlayed), 1e-6F) << "known to be allowed";
+  tap.stop();
+  EXPECT_EQ(heard(kSpeakers), kPlayed);
+  world.afterChange = nullptr;
+}
+
+// Fault: a headset's microphone is opened, and heard instead of the music.
+TEST_F(CoreAudioHardwareTest, MicrophoneOfTheOutputStaysOut) {
+  world.plug(headset(kHeadset, 0.5F));
+  boost(kHeadset);
+  EXPECT_NEAR(heard(kHeadset), kPlayed * volumeFactor(0.5F), 1e-6F);
+  engine.stop(true);
+  tap.start(behindDoor(player, world, *door), kHeadset);
+  live(0.2);
+  EXPECT_NEAR(heard(kHeadset), kPlayed * volumeFactor(0.5F), 1e-6F);
+  tap.stop();
+}
+
+// Fault: after a restart of the audio server an old id names another device, whose volume is then
+// changed; the boost stays silent, its output raised; listeners and taps are gone for good.
+TEST_F(CoreAudioHardwareTest, RestartOfTheServerIsAnUnplugging) {
+  world.plug(stereoOutput("other", kAudioDeviceTransportTypeUSB, 0.3F));
+  tapPlayer(0.5F);
+  live(0.2);
+  tap.stop();
+  const AudioObjectID former = HAL(*door).device(kSpeakers)->id;
+  int news = 0;
+  ListenerToken token = 0;
+  const auto count = [&news] { ++news; };
+  ASSERT_EQ(door->addPropertyListener(kAudioObjectSystemObject, kDevices, count, token), 0);
+  for (int restart = 0; restart < 3; ++restart) {
+    boost();
+    tapPlayer(0.5F);
+    live(0.3);
+    door->standIn().restartServer();
+    EXPECT_EQ(HAL(*door).outputVolume(former), std::nullopt);
+    live(2.0);
+    EXPECT_GT(std::exchange(news, 0), 0);
+    EXPECT_TRUE(engine.isRunning());
+    EXPECT_EQ(world.aggregateCount(), 2U);
+    EXPECT_EQ(world.device("other").volumes.at(0).value, 0.3F);
+    EXPECT_NEAR(heard(kSpeakers), std::tanh(0.5F * kPlayed) * volumeFactor(0.5F), 1e-4F);
+    tap.stop();
+    EXPECT_NEAR(heard(kSpeakers), kPlayed * volumeFactor(0.5F), 1e-4F);
+    engine.stop(false);
+    EXPECT_EQ(world.device(kSpeakers).volumes.at(0).value, 0.5F);
+    EXPECT_EQ(world.aggregateCount() + world.ioProcCount() + world.tapCount(), 0U);
+  }
+  EXPECT_EQ(door->removePropertyListener(token), 0);
+  engine.stop(true);
+}
+
+// Fault: of a loopback with a control for each channel one governs both, or the boost's start lets
+// a tapped application be heard at full volume for a moment.
+TEST_F(CoreAudioHardwareTest, TapFollowsEachChannelAndIsNeverLouder) {
+  world.unplug(kLoopback);
+  DeviceDescription loopback = loopbackDevice(kLoopback);
+  loopback.volumes = {{1, {0.5F}}, {2, {0.25F}}};
+  world.plug(loopback);
+  tapPlayer();
+  live(0.2);
+  world.afterChange = [this] {
+    EXPECT_LE(heard(kSpeakers), kPlayed * volumeFactor(0.5F) * 1.001F);
+  };
+  boost();
+  live(0.2);
+  world.afterChange = nullptr;
+  const HAL hal(*door);
+  const auto governed = hal.device(kLoopback)->id;
+  for (const auto& [element, scalar] : {std::pair(1U, 0.8F), std::pair(2U, 0.6F)}) {
+    door->setPropertyData(
+        governed, {kAudioDevicePropertyVolumeScalar, kAudioObjectPropertyScopeOutput, element},
+        scalar);
+  }
+  live(0.1);
+  const std::vector<float> samples = world.heard(kSpeakers);
+  EXPECT_NEAR(samples.at(0), kPlayed * volumeFactor(0.8F), 1e-5F);
+  EXPECT_NEAR(samples.at(1), kPlayed * volumeFactor(0.6F), 1e-5F);
+  tap.stop();
+  engine.stop(true);
+}
+
+}  // namespace orvelle
