@@ -60,8 +60,9 @@ void tellNewsOfAggregate(Report& report, const std::string& when) {
 void checkWithoutRunLoop(Report& report) {
   const auto runLoop = address(kAudioHardwarePropertyRunLoop);
   CFRunLoopRef none = nullptr;
-  const OSStatus status = AudioObjectSetPropertyData(kAudioObjectSystemObject, &runLoop, 0, nullptr,
-                                                     sizeof none, static_cast<const void*>(&none));
+  const OSStatus status =
+      AudioObjectSetPropertyData(kAudioObjectSystemObject, &runLoop, 0, nullptr, kReferenceSize,
+                                 static_cast<const void*>(&none));
   report.check("run-loop-null", status == 0, codeText(status));
   tellNewsOfAggregate(report, "with the run loop set to none");
   report.check("own-aggregate-fires-own-listener", heard().calls > 0,

@@ -87,7 +87,7 @@ AudioObjectID deviceWithUID(const std::string& uid) {
   CFStringRef qualifier = text.get();
   AudioObjectID device = kAudioObjectUnknown;
   UInt32 byteSize = sizeof device;
-  AudioObjectGetPropertyData(kAudioObjectSystemObject, &property, sizeof qualifier,
+  AudioObjectGetPropertyData(kAudioObjectSystemObject, &property, kReferenceSize,
                              static_cast<const void*>(&qualifier), &byteSize, &device);
   return device;
 }

@@ -20,6 +20,9 @@ inline AudioObjectPropertyAddress address(
   return {selector, scope, element};
 }
 
+/// What a property or a qualifier takes that is an object of Core Foundation.
+inline constexpr UInt32 kReferenceSize = sizeof(void*);
+
 template <class Value>
 struct Answer {
   OSStatus status = kAudioHardwareUnspecifiedError;
@@ -31,7 +34,7 @@ struct Answer {
 template <class Value>
 Answer<Value> ask(AudioObjectID object, const AudioObjectPropertyAddress& property) {
   Answer<Value> answer;
-  answer.byteSize = sizeof answer.value;
+  answer.byteSize = sizeof(Value);  // NOLINT(bugprone-sizeof-expression): references, too
   answer.status =
       AudioObjectGetPropertyData(object, &property, 0, nullptr, &answer.byteSize, &answer.value);
   return answer;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace report {
@@ -22,6 +23,7 @@ class Report {
   int finish() const;
 
  private:
+  std::FILE* const output_ = stdout;
   int asAssumed_ = 0;
   int different_ = 0;
   int skipped_ = 0;

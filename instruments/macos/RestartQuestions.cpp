@@ -1,5 +1,6 @@
 #include <CoreAudio/CoreAudio.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -40,12 +41,7 @@ OSStatus note(AudioObjectID object, UInt32 count, const AudioObjectPropertyAddre
 
 bool hasNews(std::uint32_t selector) {
   const std::lock_guard lock(newsMutex);
-  for (const News& news : allNews()) {
-    if (news.selector == selector) {
-      return true;
-    }
-  }
-  return false;
+  return std::ranges::find(allNews(), selector, &News::selector) != allNews().end();
 }
 
 void tellNews(Report& report) {
@@ -66,7 +62,7 @@ void watchRestart(Report& report) {
   report.section("Restart: run \"sudo killall coreaudiod\" in another window within a minute");
   const auto runLoop = address(kAudioHardwarePropertyRunLoop);
   const void* none = nullptr;
-  AudioObjectSetPropertyData(kAudioObjectSystemObject, &runLoop, 0, nullptr, sizeof none,
+  AudioObjectSetPropertyData(kAudioObjectSystemObject, &runLoop, 0, nullptr, kReferenceSize,
                              static_cast<const void*>(&none));
   const AudioObjectID formerOutput = defaultOutput();
   const std::string uid = askText(formerOutput, address(kAudioDevicePropertyDeviceUID));

@@ -47,7 +47,7 @@ std::optional<std::string> PreferencesUserDefaults::data(const std::string& key)
   if (value.get() == nullptr || CFGetTypeID(value.get()) != CFDataGetTypeID()) {
     return std::nullopt;
   }
-  const auto data = static_cast<CFDataRef>(value.get());
+  const auto* const data = static_cast<CFDataRef>(value.get());
   std::string bytes(static_cast<std::size_t>(CFDataGetLength(data)), '\0');
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): bytes of the same text.
   CFDataGetBytes(data, CFRangeMake(0, CFDataGetLength(data)),

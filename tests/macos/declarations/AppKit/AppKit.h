@@ -7,6 +7,6 @@ extern "C" void NSBeep(void);
 
 @interface NSWorkspace : NSObject
 @property(class, readonly, strong) NSWorkspace* sharedWorkspace;
-@property(readonly)
-    BOOL accessibilityDisplayShouldReduceMotion __attribute__((availability(macos, introduced = 10.12)));
+@property(readonly) BOOL accessibilityDisplayShouldReduceMotion
+    __attribute__((availability(macos, introduced=10.12)));
 @end
