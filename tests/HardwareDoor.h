@@ -2,12 +2,9 @@
 // a stand-in for its platform.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
-#include "orvelle/PropertyReading.h"
 #include "orvelle/platform/AudioHardware.h"
 #include "orvelle/platform/simulated/ManualQueue.h"
 #include "orvelle/platform/simulated/SimulatedHardware.h"
@@ -22,18 +19,7 @@ std::unique_ptr<AudioHardware> openDoor(SimulatedHardware& world, ManualQueue& q
 /// between those that the session asks for.
 std::uint64_t failedCallStride();
 
-/// The id by which a process of the world is known behind the door: that at the same place in the
-/// list.
-inline AudioObjectID behindDoor(AudioObjectID process, SimulatedHardware& world,
-                                AudioHardware& door) {
-  const auto processes = [](AudioHardware& hardware) {
-    return readProperty<std::vector<AudioObjectID>>(hardware, kAudioObjectSystemObject,
-                                                    {kAudioHardwarePropertyProcessObjectList})
-        .value_or(std::vector<AudioObjectID>{});
-  };
-  const auto inWorld = processes(world);
-  const auto place = std::ranges::find(inWorld, process) - inWorld.begin();
-  return processes(door).at(static_cast<std::size_t>(place));
-}
+/// The id by which a process of the world is known behind the door.
+AudioObjectID behindDoor(AudioObjectID process, SimulatedHardware& world, AudioHardware& door);
 
 }  // namespace orvelle

@@ -7,6 +7,11 @@ std::unique_ptr<AudioHardware> openDoor(SimulatedHardware& world, ManualQueue& /
   return std::make_unique<ForwardingHardware>(world);
 }
 
+AudioObjectID behindDoor(AudioObjectID process, SimulatedHardware& /*world*/,
+                         AudioHardware& /*door*/) {
+  return process;
+}
+
 std::uint64_t failedCallStride() {
   return 1;
 }

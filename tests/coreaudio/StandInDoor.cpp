@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <utility>
+#include <vector>
 
+#include "orvelle/PropertyReading.h"
 #include "tests/HardwareDoor.h"
 
 namespace orvelle {
@@ -18,6 +21,18 @@ std::unique_ptr<StandInDoor> openStandInDoor(SimulatedHardware& world, ManualQue
   auto hardware = CoreAudioHardware::connect(queue, queue, problem);
   EXPECT_EQ(problem, "");
   return std::make_unique<StandInDoor>(std::move(standIn), std::move(hardware));
+}
+
+/// That at the same place in the list.
+AudioObjectID behindDoor(AudioObjectID process, SimulatedHardware& world, AudioHardware& door) {
+  const auto processes = [](AudioHardware& hardware) {
+    return readProperty<std::vector<AudioObjectID>>(hardware, kAudioObjectSystemObject,
+                                                    {kAudioHardwarePropertyProcessObjectList})
+        .value_or(std::vector<AudioObjectID>{});
+  };
+  const auto inWorld = processes(world);
+  const auto place = std::ranges::find(inWorld, process) - inWorld.begin();
+  return processes(door).at(static_cast<std::size_t>(place));
 }
 
 std::uint64_t failedCallStride() {
