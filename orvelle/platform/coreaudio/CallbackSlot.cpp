@@ -40,7 +40,7 @@ std::array<CallbackSlot, CallbackSlot::mostSlots>& CallbackSlot::slots() {
 CallbackSlot::Handle CallbackSlot::occupy(CallbackSettings settings) {
   static std::uint64_t occupations = 0;
   const std::lock_guard lock(occupationMutex());
-  const auto free = std::ranges::find(slots(), false, &CallbackSlot::isTaken_);
+  auto* const free = std::ranges::find(slots(), false, &CallbackSlot::isTaken_);
   if (free == slots().end()) {
     return nullptr;
   }

@@ -7,6 +7,7 @@ namespace {
 template <class Objects>
 std::vector<const void*> references(const Objects& objects) {
   std::vector<const void*> pointers;
+  pointers.reserve(objects.size());
   for (const auto& object : objects) {
     pointers.push_back(object.get());
   }
@@ -16,7 +17,6 @@ std::vector<const void*> references(const Objects& objects) {
 }  // namespace
 
 Owned<CFStringRef> makeString(const std::string& text) {
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): bytes of the same text.
   const auto* bytes = reinterpret_cast<const UInt8*>(text.data());
   return Owned(CFStringCreateWithBytes(
       kCFAllocatorDefault, bytes, static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, 0));

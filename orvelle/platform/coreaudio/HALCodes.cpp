@@ -17,7 +17,6 @@ static_assert(offsetof(::AudioBufferList, mBuffers) == 8);
 static_assert(sizeof(::AudioStreamBasicDescription) == 40);
 static_assert(offsetof(::AudioHardwareIOProcStreamUsage, mStreamIsOn) == 12);
 
-// NOLINTNEXTLINE(cppcoreguidelines-macro-usage): the name is wanted in two scopes.
 #define ORVELLE_SAME_CODE(name) \
   static_assert(static_cast<std::uint32_t>(name) == static_cast<std::uint32_t>(::name))
 

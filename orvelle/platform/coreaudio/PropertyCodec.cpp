@@ -88,9 +88,9 @@ OSStatus readNumber(AudioObjectID object, const ::AudioObjectPropertyAddress& ad
 
 OSStatus readText(AudioObjectID object, const ::AudioObjectPropertyAddress& address,
                   PropertyValue& value) {
-  CFStringRef string = nullptr;
+  CFTypeRef string = nullptr;
   const OSStatus status = readPlain(object, address, string);
-  const Owned owned(string);
+  const Owned owned(static_cast<CFStringRef>(string));
   if (status == kAudioHardwareNoError) {
     value = textOf(owned.get());
   }
@@ -219,7 +219,7 @@ OSStatus writeValue(AudioObjectID object, const PropertyAddress& address,
 
 AudioObjectID deviceWithUID(const std::string& uid) {
   const Owned<CFStringRef> string = makeString(uid);
-  CFStringRef const qualifier = string.get();
+  CFTypeRef const qualifier = string.get();
   const ::AudioObjectPropertyAddress address =
       halAddress({::kAudioHardwarePropertyTranslateUIDToDevice});
   AudioObjectID device = kAudioObjectUnknown;
