@@ -85,7 +85,7 @@ OSStatus CoreAudioHardware::Parts::set(AudioObjectID object, const PropertyAddre
     // Whoever raises an output has put the default output on a loopback before: what plays past
     // that has to know before it gets louder.
     loudness.update();
-    setAndWait(hal, address, value, status);
+    status = setAndWait(hal, address, value);
   } else if (const auto* id = std::get_if<std::uint32_t>(&value);
              id != nullptr && coreaudio::kindOf(address.selector) == ValueKind::object) {
     const AudioObjectID meant = ids.hal(*id);
@@ -99,11 +99,11 @@ OSStatus CoreAudioHardware::Parts::set(AudioObjectID object, const PropertyAddre
   return status;
 }
 
-void CoreAudioHardware::Parts::setAndWait(AudioObjectID hal, const PropertyAddress& address,
-                                          const PropertyValue& value, OSStatus& status) {
+OSStatus CoreAudioHardware::Parts::setAndWait(AudioObjectID hal, const PropertyAddress& address,
+                                              const PropertyValue& value) {
   PropertyValue before;
   coreaudio::readValue(hal, address, before);
-  status = coreaudio::writeValue(hal, address, value);
+  const OSStatus status = coreaudio::writeValue(hal, address, value);
   if (status == kAudioHardwareNoError) {
     coreaudio::waitUntil(clock, kSetSeconds, [&] {
       PropertyValue now;
@@ -111,6 +111,7 @@ void CoreAudioHardware::Parts::setAndWait(AudioObjectID hal, const PropertyAddre
       return now != before || isNear(now, value);
     });
   }
+  return status;
 }
 
 // News: `changed` runs on a thread of the HAL's, everything else on the main thread

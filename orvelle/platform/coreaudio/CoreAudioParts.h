@@ -29,8 +29,8 @@ struct CoreAudioHardware::Parts {
 
   OSStatus get(AudioObjectID object, const PropertyAddress& address, PropertyValue& value);
   OSStatus set(AudioObjectID object, const PropertyAddress& address, const PropertyValue& value);
-  void setAndWait(AudioObjectID hal, const PropertyAddress& address, const PropertyValue& value,
-                  OSStatus& status);
+  OSStatus setAndWait(AudioObjectID hal, const PropertyAddress& address,
+                      const PropertyValue& value);
   std::vector<AudioObjectID> devices();
 
   void changed(AudioObjectID object, const PropertyAddress& address);

@@ -32,8 +32,8 @@ IOProcs::IOProcs(const ObjectIDs& ids, MainQueue& queue, Clock& clock)
     : ids_(ids), queue_(queue), clock_(clock) {}
 
 IOProcs::~IOProcs() {
-  for (const auto& [procID, proc] : std::exchange(procs_, {})) {
-    procs_[procID] = proc;
+  while (!procs_.empty()) {
+    const auto [procID, proc] = *procs_.begin();
     destroy(proc->device, procID);
   }
 }
