@@ -46,9 +46,9 @@ class CoreAudioHardwareTest : public testing::Test {
 
   void boost(const std::string& outputUID = kSpeakers) { engine.start(kLoopback, outputUID); }
 
-  void tapPlayer(float volume = 1.0F) {
+  void tapPlayer(float volume = 1.0F, const std::string& outputUID = kSpeakers) {
     tap.volume = volume;
-    tap.start(behindDoor(player, world, *door), kSpeakers);
+    tap.start(behindDoor(player, world, *door), outputUID);
   }
 
   /// Cycles and the main queue, as they go on in life.

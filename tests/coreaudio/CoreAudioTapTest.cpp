@@ -85,6 +85,27 @@ TEST_F(CoreAudioHardwareTest, RestartOfTheServerIsAnUnplugging) {
   engine.stop(true);
 }
 
+// Fault: what becomes of an aggregate without its master is left to the HAL, which says nothing of
+// it: the application may stay muted, or silent when the output is back.
+TEST_F(CoreAudioHardwareTest, TapReaderIsMadeAnewWhenItsOutputReturns) {
+  world.plug(stereoOutput("other", kAudioDeviceTransportTypeUSB, 1.0F));
+  tapPlayer(0.5F, "other");
+  live(0.2);
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_NEAR(heard("other"), std::tanh(0.5F * kPlayed), 1e-6F);
+    const DeviceDescription other = world.unplug("other");
+    live(0.1);
+    EXPECT_EQ(world.aggregateCount() + world.ioProcCount(), 0U);
+    EXPECT_NEAR(heard(kSpeakers), kPlayed * volumeFactor(0.5F), 1e-6F);
+    world.plug(other);
+    live(0.1);
+  }
+  world.unplug("other");
+  live(0.1);
+  tap.stop();
+  EXPECT_EQ(world.tapCount(), 0U);
+}
+
 // Fault: of a loopback with a control for each channel one governs both, or the boost's start lets
 // a tapped application be heard at full volume for a moment.
 TEST_F(CoreAudioHardwareTest, TapFollowsEachChannelAndIsNeverLouder) {

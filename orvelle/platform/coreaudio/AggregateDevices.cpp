@@ -104,7 +104,8 @@ OSStatus AggregateDevices::destroy(AudioObjectID aggregate) {
     aggregates_.erase(found);
   }
   procs_.destroyAllOf(aggregate);
-  const OSStatus status = unmake(ids_.hal(aggregate));
+  const AudioObjectID hal = ids_.hal(aggregate);
+  const OSStatus status = hal == kAudioObjectUnknown ? kAudioHardwareNoError : unmake(hal);
   releaseTaps(destroyed->description);
   return status;
 }
@@ -232,33 +233,55 @@ void AggregateDevices::silenceReaders(const std::string& tapUID) {
   }
 }
 
-// A restart of the audio server
+// What goes and comes back
 
 void AggregateDevices::forgetAll() {
   const std::lock_guard lock(mutex_);
   own_.clear();
 }
 
+/// What becomes of an aggregate without its master, and whether the master is taken again when it
+/// returns, is said nowhere. Without one there is nothing to know.
 void AggregateDevices::renewTapReaders() {
   taps_.renew();
   for (const AudioObjectID id : tapReaders()) {
     const auto reader = find(id);
-    if (!reader || ids_.hal(id) != kAudioObjectUnknown ||
-        deviceWithUID(reader->description.master) == kAudioObjectUnknown) {
+    if (!reader) {
       continue;
     }
-    std::vector<std::string> tapUIDs;
-    for (const SubTap& tap : reader->description.taps) {
-      tapUIDs.push_back(taps_.halUID(tap.uid));
-    }
-    AudioObjectID hal = kAudioObjectUnknown;
-    if (std::ranges::find(tapUIDs, std::string()) == tapUIDs.end() &&
-        make(reader->description, reader->layout, tapUIDs, hal) == kAudioHardwareNoError) {
-      ids_.rebind(id, hal);
-      procs_.closePaths(id);
-      procs_.renew(id);
+    const bool hasMaster = deviceWithUID(reader->description.master) != kAudioObjectUnknown;
+    const bool isMade = ids_.hal(id) != kAudioObjectUnknown;
+    if (isMade && !hasMaster) {
+      suspend(id);
+    } else if (!isMade && hasMaster) {
+      renew(id, *reader);
     }
   }
+}
+
+void AggregateDevices::suspend(AudioObjectID id) {
+  procs_.suspend(id);
+  unmake(ids_.hal(id));
+  ids_.forget(id);
+}
+
+void AggregateDevices::renew(AudioObjectID id, const Aggregate& reader) {
+  std::vector<std::string> tapUIDs;
+  bool waitsForSound = false;
+  for (const SubTap& tap : reader.description.taps) {
+    tapUIDs.push_back(taps_.halUID(tap.uid));
+    waitsForSound = waitsForSound || taps_.waitsForSound(tap.uid);
+  }
+  AudioObjectID hal = kAudioObjectUnknown;
+  if (std::ranges::find(tapUIDs, std::string()) != tapUIDs.end() ||
+      make(reader.description, reader.layout, tapUIDs, hal) != kAudioHardwareNoError) {
+    return;
+  }
+  ids_.rebind(id, hal);
+  if (waitsForSound) {
+    procs_.closePaths(id);
+  }
+  procs_.renew(id);
 }
 
 }  // namespace orvelle::coreaudio

@@ -51,7 +51,9 @@ class AggregateDevices {
   /// The audio server began anew, and none of them exists any more. Those that read taps are made
   /// again by `renewTapReaders`; the others are up to the layers above.
   void forgetAll();
-  /// Makes tap readers again whose taps and master are there again. Main thread.
+  /// Takes tap readers apart whose master has gone, so that nobody is muted for them, and makes
+  /// those again whose taps and master are there again. To be called after every change of the
+  /// devices. Main thread.
   void renewTapReaders();
 
  private:
@@ -65,6 +67,8 @@ class AggregateDevices {
                                  std::vector<std::string>& uids);
   void releaseTaps(const AggregateDescription& description);
   OSStatus unmake(AudioObjectID hal);
+  void suspend(AudioObjectID id);
+  void renew(AudioObjectID id, const Aggregate& reader);
   OSStatus make(const AggregateDescription& description, const AggregateLayout& layout,
                 const std::vector<std::string>& tapUIDs, AudioObjectID& hal);
   [[nodiscard]] std::shared_ptr<const Aggregate> find(AudioObjectID aggregate) const;

@@ -97,7 +97,10 @@ OSStatus IOProcs::destroy(AudioObjectID device, AudioDeviceIOProcID procID) {
     const std::lock_guard lock(mutex_);
     procs_.erase(procID);
   }
-  const OSStatus status = AudioDeviceDestroyIOProcID(ids_.hal(device), proc->hal);
+  const AudioObjectID halDevice = ids_.hal(device);
+  const OSStatus status = halDevice == kAudioObjectUnknown
+                              ? kAudioHardwareNoError  // it has gone before
+                              : AudioDeviceDestroyIOProcID(halDevice, proc->hal);
   // Whatever came of that, the block does not run again.
   proc->slot.reset();
   return status;
@@ -179,6 +182,13 @@ void IOProcs::setFactors(AudioObjectID device, float left, float right) {
 void IOProcs::closePaths(AudioObjectID device) {
   for (const auto& [procID, proc] : of(device)) {
     proc->slot->setPathOpen(false);
+  }
+}
+
+void IOProcs::suspend(AudioObjectID device) {
+  for (const auto& [procID, proc] : of(device)) {
+    AudioDeviceStop(ids_.hal(device), proc->hal);
+    AudioDeviceDestroyIOProcID(ids_.hal(device), proc->hal);
   }
 }
 

@@ -37,8 +37,10 @@ class IOProcs {
   void setFactors(AudioObjectID device, float left, float right);
   /// The device's callbacks are silent from now on.
   void closePaths(AudioObjectID device);
-  /// The audio server began anew, and the device is another object now, or none: callbacks are
-  /// made again, and started where they had been.
+  /// The device is about to go at the HAL and to be made again: its callbacks end there, and are
+  /// known here as they were.
+  void suspend(AudioObjectID device);
+  /// The device is another object now: callbacks are made again, and started where they had been.
   void renew(AudioObjectID device);
 
   /// Asked on the main thread when sound has arrived at a device whose callbacks wait for it;

@@ -29,6 +29,14 @@ void ObjectIDs::forgetAll() {
   halByOurs_.clear();
 }
 
+void ObjectIDs::forget(AudioObjectID ours) {
+  const std::lock_guard lock(mutex_);
+  if (const auto found = halByOurs_.find(ours); found != halByOurs_.end()) {
+    oursByHAL_.erase(found->second);
+    halByOurs_.erase(found);
+  }
+}
+
 void ObjectIDs::rebind(AudioObjectID ours, AudioObjectID hal) {
   const std::lock_guard lock(mutex_);
   oursByHAL_[hal] = ours;

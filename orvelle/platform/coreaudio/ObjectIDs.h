@@ -22,6 +22,8 @@ class ObjectIDs {
   [[nodiscard]] AudioObjectID hal(AudioObjectID ours) const;
   /// The audio server has begun anew.
   void forgetAll();
+  /// Our number names nothing until it is bound again.
+  void forget(AudioObjectID ours);
   /// Lets a number that is known above name another object.
   void rebind(AudioObjectID ours, AudioObjectID hal);
 

@@ -76,6 +76,8 @@ void TapLoudness::follow() {
   for (const AudioObjectID reader : aggregates_.tapReaders()) {
     wanted.emplace(kAudioObjectSystemObject,
                    PropertyAddress{kAudioHardwarePropertyDefaultOutputDevice});
+    // A loopback may come or go, and so may the reader's own master.
+    wanted.emplace(kAudioObjectSystemObject, PropertyAddress{kAudioHardwarePropertyDevices});
     if (const AudioObjectID loopback = governor(reader); loopback != kAudioObjectUnknown) {
       wanted.emplace(loopback,
                      outputAddress(kAudioDevicePropertyMute, kAudioObjectPropertyElementMain));
