@@ -16,7 +16,6 @@ namespace report {
 namespace {
 
 constexpr double kPatienceSeconds = 2.0;
-constexpr AudioObjectPropertySelector kNoSuchSelector = 0x6E6F6E65;  // none
 
 struct Heard {
   std::atomic<int> calls = 0;

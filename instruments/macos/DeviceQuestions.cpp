@@ -10,7 +10,6 @@ namespace report {
 
 namespace {
 
-constexpr AudioObjectPropertySelector kNoSuchSelector = 0x6E6F6E65;  // none
 constexpr AudioObjectID kNoSuchObject = 0x7FFFFFF0;
 
 void checkErrors(Report& report, AudioObjectID device) {

@@ -20,6 +20,9 @@ inline AudioObjectPropertyAddress address(
   return {selector, scope, element};
 }
 
+/// A property that no object has: 'none'.
+inline constexpr AudioObjectPropertySelector kNoSuchSelector = 0x6E6F6E65;
+
 /// What a property or a qualifier takes that is an object of Core Foundation.
 inline constexpr UInt32 kReferenceSize = sizeof(void*);
 

@@ -11,7 +11,7 @@ namespace orvelle::coreaudio {
 
 namespace {
 
-StandIn* living = nullptr;
+StandIn* newest = nullptr;
 thread_local const char* forbiddenZone = nullptr;
 
 }  // namespace
@@ -45,8 +45,8 @@ ForbiddenZone::~ForbiddenZone() {
 }
 
 StandIn::StandIn(SimulatedHardware& world, ManualQueue& queue)
-    : world_(world), queue_(queue), former_(living) {
-  living = this;
+    : world_(world), queue_(queue), former_(newest) {
+  newest = this;
   world.leaveTapLoudnessToOthers();
 }
 
@@ -56,11 +56,11 @@ StandIn::~StandIn() {
   EXPECT_EQ(aggregates_.size(), 0U) << "aggregates that nobody has destroyed";
   EXPECT_EQ(taps_.size(), 0U) << "taps that nobody has destroyed";
   EXPECT_EQ(livingObjects(), 0U) << "Core Foundation objects that nobody has released";
-  living = former_;
+  newest = former_;
 }
 
 StandIn& StandIn::current() {
-  return *living;
+  return *newest;
 }
 
 /// Calls of the HAL's own thread. The caller waits for them: where they wait for a lock that the

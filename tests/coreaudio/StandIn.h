@@ -80,9 +80,9 @@ class StandIn {
   OSStatus setData(::AudioObjectID object, const ::AudioObjectPropertyAddress& address,
                    UInt32 byteSize, const void* data);
   OSStatus addListener(::AudioObjectID object, const ::AudioObjectPropertyAddress& address,
-                       ::AudioObjectPropertyListenerProc listener, void* clientData);
+                       ::AudioObjectPropertyListenerProc proc, void* clientData);
   OSStatus removeListener(::AudioObjectID object, const ::AudioObjectPropertyAddress& address,
-                          ::AudioObjectPropertyListenerProc listener, void* clientData);
+                          ::AudioObjectPropertyListenerProc proc, void* clientData);
   OSStatus createAggregate(CFDictionaryRef dictionary, ::AudioObjectID& device);
   OSStatus destroyAggregate(::AudioObjectID device);
   OSStatus createIOProc(::AudioObjectID device, ::AudioDeviceIOProc proc, void* clientData,
@@ -132,7 +132,7 @@ class StandIn {
   std::shared_ptr<IOProc> find(::AudioObjectID device, ::AudioDeviceIOProcID procID);
   void callListenersDuringCall();
   void callLater(MainQueue::Job job);
-  void checkMicrophone(const IOProc& proc);
+  static void checkMicrophone(const IOProc& proc);
 
   SimulatedHardware& world_;
   ManualQueue& queue_;

@@ -110,6 +110,8 @@ OSStatus StandIn::createIOProc(::AudioObjectID device, ::AudioDeviceIOProc proc,
   {
     const std::lock_guard lock(mutex_);
     key = ++lastKey_;
+    // An id looks like a function, and is none.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
     made->id = reinterpret_cast<::AudioDeviceIOProcID>(key);
     if (const auto found = aggregates_.find(device); found != aggregates_.end()) {
       made->tapCount = found->second.description.taps.size();

@@ -1,5 +1,6 @@
 // Property values of the stand-in, in the HAL's memory layout.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 
@@ -49,13 +50,13 @@ std::vector<std::byte> memoryOf(const PropertyValue& value) {
   };
   if (const auto* text = std::get_if<std::string>(&value)) {
     CFStringRef const string = newString(*text);
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): the reference itself
     append(&string, sizeof(string));
   } else if (const auto* ids = std::get_if<std::vector<AudioObjectID>>(&value)) {
     append(ids->data(), ids->size() * sizeof(AudioObjectID));
   } else if (const auto* streams = std::get_if<StreamConfiguration>(&value)) {
-    const std::uint32_t header[2] = {static_cast<std::uint32_t>(streams->channelsPerBuffer.size()),
-                                     0};
-    append(header, sizeof(header));
+    const std::array header = {static_cast<std::uint32_t>(streams->channelsPerBuffer.size()), 0U};
+    append(header.data(), sizeof(header));
     for (const std::uint32_t channels : streams->channelsPerBuffer) {
       const ::AudioBuffer buffer{channels, 0, nullptr};
       append(&buffer, sizeof(buffer));
@@ -228,11 +229,13 @@ OSStatus StandIn::data(::AudioObjectID object, const ::AudioObjectPropertyAddres
 
 OSStatus StandIn::deviceOfUID(UInt32 qualifierSize, const void* qualifier, UInt32& byteSize,
                               void* data) {
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): the reference itself
   if (qualifierSize != sizeof(CFStringRef) || byteSize != sizeof(::AudioObjectID)) {
     reportFault("a uid is translated without one, or into no id");
     return kAudioHardwareBadPropertySizeError;
   }
   CFStringRef uid = nullptr;
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): the reference itself
   std::memcpy(&uid, qualifier, sizeof(uid));
   const ::AudioObjectID device = halID(world_.id(stringText(uid)));
   std::memcpy(data, &device, sizeof(device));

@@ -11,8 +11,6 @@ namespace orvelle {
 
 namespace {
 
-constexpr PropertyAddress kDevices{kAudioHardwarePropertyDevices};
-
 /// Older systems deliver listeners on the main thread's run loop, unless told to use a thread of
 /// their own. That loop may be held up for seconds by a start.
 void useOwnNotificationThread() {

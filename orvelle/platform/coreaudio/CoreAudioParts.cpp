@@ -12,7 +12,6 @@ using coreaudio::ValueKind;
 
 namespace {
 
-constexpr PropertyAddress kDevices{kAudioHardwarePropertyDevices};
 constexpr PropertyAddress kDefaultOutput{kAudioHardwarePropertyDefaultOutputDevice};
 constexpr PropertyAddress kProcesses{kAudioHardwarePropertyProcessObjectList};
 constexpr PropertyAddress kServerRestarted{::kAudioHardwarePropertyServiceRestarted};

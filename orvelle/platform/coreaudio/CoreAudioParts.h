@@ -17,6 +17,8 @@
 
 namespace orvelle {
 
+inline constexpr PropertyAddress kDevices{kAudioHardwarePropertyDevices};
+
 /// The lock guards `registrations` and `reported`, and is never held across a call of the HAL.
 struct CoreAudioHardware::Parts {
   Parts(MainQueue& mainQueue, Clock& waitingClock);

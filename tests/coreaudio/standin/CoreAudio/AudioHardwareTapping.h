@@ -3,5 +3,5 @@
 
 #import "CoreAudio/CATapDescription.h"
 
-extern "C" OSStatus AudioHardwareCreateProcessTap(CATapDescription* description,
-                                                  AudioObjectID* tap) ORVELLE_SINCE_MACOS(14.2);
+extern "C" OSStatus AudioHardwareCreateProcessTap(CATapDescription* description, AudioObjectID* tap)
+    ORVELLE_SINCE_MACOS(14.2);

@@ -41,7 +41,7 @@ extern const CFAllocatorRef kCFAllocatorDefault;
 inline constexpr CFStringEncoding kCFStringEncodingUTF8 = 0x08000100;
 inline constexpr CFNumberType kCFNumberSInt32Type = 3;
 
-void CFRelease(CFTypeRef object);
+void CFRelease(CFTypeRef reference);
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex byteCount,
                                     CFStringEncoding encoding, Boolean isExternalRepresentation);
 CFIndex CFStringGetLength(CFStringRef string);

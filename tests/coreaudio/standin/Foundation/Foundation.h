@@ -29,7 +29,7 @@ __attribute__((objc_root_class))
 @interface NSArray<ObjectType> : NSObject
 @end
 
-@interface NSMutableArray<ObjectType> : NSArray<ObjectType>
+@interface NSMutableArray<ObjectType> : NSArray <ObjectType>
 + (instancetype)array;
 - (void)addObject:(ObjectType)object;
 @end
