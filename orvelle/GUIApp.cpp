@@ -37,7 +37,7 @@ class DisplayCheck {
   DisplayCheck& operator=(const DisplayCheck&) = delete;
   ~DisplayCheck() {
     qInstallMessageHandler(former_);
-    for (const QString& warning : std::as_const(warnings_)) {
+    for (const QString& warning : std::as_const(warnings)) {
       qWarning("%s", qPrintable(warning));
     }
   }
@@ -46,7 +46,7 @@ class DisplayCheck {
   /// The first warning is the reason of the end, or belongs to no end.
   static void handle(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
     if (type == QtFatalMsg) {
-      const QString reason = warnings_.isEmpty() ? text.section('\n', 0, 0) : warnings_.first();
+      const QString reason = warnings.isEmpty() ? text.section('\n', 0, 0) : warnings.first();
       std::fprintf(stderr,
                    "Orvelle finds no display to show its panel on (%s); \"orvelle auto\" needs "
                    "none.\n",
@@ -54,11 +54,11 @@ class DisplayCheck {
       std::_Exit(1);
     }
     if (type == QtWarningMsg) {
-      warnings_.append(text);
+      warnings.append(text);
     }
   }
 
-  inline static QStringList warnings_;
+  inline static QStringList warnings;
   QtMessageHandler former_;
 };
 

@@ -14,7 +14,7 @@ namespace {
 
 constexpr AudioObjectID kNoSuchObject = 0x7FFFFFF0;
 constexpr PropertyAddress kNoSuchProperty{fourCharacterCode("none")};
-constexpr PropertyAddress kDevices{kAudioHardwarePropertyDevices};
+constexpr PropertyAddress kDeviceList{kAudioHardwarePropertyDevices};
 constexpr PropertyAddress kDefaultOutput{kAudioHardwarePropertyDefaultOutputDevice};
 constexpr PropertyAddress kVolume{kAudioDevicePropertyVolumeScalar,
                                   kAudioObjectPropertyScopeOutput};
@@ -73,10 +73,10 @@ struct Running {
 
 void HardwareContract::SetUp() {
   rig = GetParam().makeRig();
-  rig->plug(kSpeakers, "Contract Speakers", kAudioDeviceTransportTypeBuiltIn);
-  const AudioObjectID speakers = listed(kSpeakers);
+  rig->plug(kFirstOutput, "Contract Speakers", kAudioDeviceTransportTypeBuiltIn);
+  const AudioObjectID speakers = listed(kFirstOutput);
   ASSERT_NE(speakers, kAudioObjectUnknown);
-  rig->chooseDefaultOutput(kSpeakers);
+  rig->chooseDefaultOutput(kFirstOutput);
   ASSERT_TRUE(eventually([&] { return hal().defaultOutput() == speakers; }));
 }
 
@@ -152,13 +152,13 @@ TEST_P(HardwareContract, DevicesSayWhatTheyAre) {
   EXPECT_EQ(loopback->transportType, kAudioDeviceTransportTypeVirtual);
 
   std::uint32_t byteSize = 0;
-  ASSERT_EQ(hardware().getPropertyDataSize(kAudioObjectSystemObject, kDevices, byteSize), 0);
+  ASSERT_EQ(hardware().getPropertyDataSize(kAudioObjectSystemObject, kDeviceList, byteSize), 0);
   EXPECT_EQ(byteSize, 4 * hal().allDeviceIDs().size());
 }
 
 // Fault: a call on something that is not there succeeds, crashes or writes its result anyway.
 TEST_P(HardwareContract, UnknownObjectsAndPropertiesGiveAStatus) {
-  const AudioObjectID speakers = listed(kSpeakers);
+  const AudioObjectID speakers = listed(kFirstOutput);
   const std::vector<std::pair<AudioObjectID, PropertyAddress>> unknown = {
       {kNoSuchObject, {kAudioDevicePropertyDeviceUID}},
       {kAudioObjectUnknown, {kAudioDevicePropertyDeviceUID}},
@@ -188,7 +188,7 @@ TEST_P(HardwareContract, UnknownObjectsAndPropertiesGiveAStatus) {
 
 // Fault: a value of the wrong type is taken for another one, or crashes.
 TEST_P(HardwareContract, WrongValueTypesAreRefused) {
-  const AudioObjectID speakers = listed(kSpeakers);
+  const AudioObjectID speakers = listed(kFirstOutput);
   EXPECT_NE(hardware().setPropertyData(speakers, kVolume, std::uint32_t{1}), 0);
   EXPECT_NE(hardware().setPropertyData(speakers, kVolume, std::string("1.0")), 0);
   EXPECT_NE(hardware().setPropertyData(speakers, kVolume, {}), 0);
@@ -207,7 +207,7 @@ TEST_P(HardwareContract, WrongValueTypesAreRefused) {
 // Fault: the scalar is taken for a linear factor (0.5 must be 0.125), is clamped at 1.0, or reaches
 // the value that is read but not the sound.
 TEST_P(HardwareContract, VolumeIsHeardOnItsCubicScale) {
-  const AudioObjectID speakers = listed(kSpeakers);
+  const AudioObjectID speakers = listed(kFirstOutput);
   bool settable = false;
   ASSERT_EQ(hardware().isPropertySettable(speakers, kVolume, settable), 0);
   ASSERT_TRUE(settable);
@@ -219,28 +219,28 @@ TEST_P(HardwareContract, VolumeIsHeardOnItsCubicScale) {
       return read && std::abs(*read - volume) < 0.002F;
     })) << volume;
     const double expected = 0.25 * std::pow(static_cast<double>(volume), 3.0);
-    EXPECT_TRUE(eventually([&] { return isNear(rig->heardPeak(kSpeakers), expected); }))
-        << "volume " << volume << " sounds at " << rig->heardPeak(kSpeakers);
+    EXPECT_TRUE(eventually([&] { return isNear(rig->heardPeak(kFirstOutput), expected); }))
+        << "volume " << volume << " sounds at " << rig->heardPeak(kFirstOutput);
   }
 }
 
 // Fault: mute is read back but heard all the same, or takes the volume with it.
 TEST_P(HardwareContract, MuteSilencesAndKeepsTheVolume) {
-  const AudioObjectID speakers = listed(kSpeakers);
+  const AudioObjectID speakers = listed(kFirstOutput);
   hal().setOutputVolume(speakers, 0.9F);
   rig->play(0.25);
   hal().setOutputMute(speakers, true);
   EXPECT_TRUE(eventually([&] { return hal().outputMute(speakers) == true; }));
-  EXPECT_TRUE(eventually([&] { return rig->heardPeak(kSpeakers) == 0.0; }));
+  EXPECT_TRUE(eventually([&] { return rig->heardPeak(kFirstOutput) == 0.0; }));
   EXPECT_NEAR(hal().outputVolume(speakers).value_or(0.0F), 0.9F, 0.002F);
   hal().setOutputMute(speakers, false);
   EXPECT_TRUE(eventually([&] { return hal().outputMute(speakers) == false; }));
-  EXPECT_TRUE(eventually([&] { return isNear(rig->heardPeak(kSpeakers), 0.25 * 0.729); }));
+  EXPECT_TRUE(eventually([&] { return isNear(rig->heardPeak(kFirstOutput), 0.25 * 0.729); }));
 }
 
 // Fault: the nominal rate is a guess, or a rate that no device runs at is taken.
 TEST_P(HardwareContract, NominalRateIsReadAndNonsenseRefused) {
-  const AudioObjectID speakers = listed(kSpeakers);
+  const AudioObjectID speakers = listed(kFirstOutput);
   const double rate = hal().nominalSampleRate(speakers);
   EXPECT_GE(rate, 8000.0);
   EXPECT_EQ(hal().setNominalSampleRate(speakers, rate), 0);
@@ -258,25 +258,25 @@ TEST_P(HardwareContract, DefaultOutputMovesSoundAndTellsListeners) {
   int changes = 0;
   const ListenerToken token = listen(kAudioObjectSystemObject, kDefaultOutput, changes);
   rig->play(0.25);
-  ASSERT_TRUE(eventually([&] { return isNear(rig->heardPeak(kSpeakers), 0.25); }));
+  ASSERT_TRUE(eventually([&] { return isNear(rig->heardPeak(kFirstOutput), 0.25); }));
 
   EXPECT_EQ(hal().setDefaultOutput(other), 0);
   EXPECT_TRUE(eventually([&] { return changes > 0 && hal().defaultOutput() == other; }));
   EXPECT_TRUE(eventually([&] { return isNear(rig->heardPeak("contract.other"), 0.25); }));
 
   const int before = changes;
-  rig->chooseDefaultOutput(kSpeakers);
-  EXPECT_TRUE(
-      eventually([&] { return changes > before && hal().defaultOutput() == listed(kSpeakers); }));
+  rig->chooseDefaultOutput(kFirstOutput);
+  EXPECT_TRUE(eventually(
+      [&] { return changes > before && hal().defaultOutput() == listed(kFirstOutput); }));
   EXPECT_NE(hal().setDefaultOutput(kNoSuchObject), 0);
-  EXPECT_EQ(hal().defaultOutput(), listed(kSpeakers));
+  EXPECT_EQ(hal().defaultOutput(), listed(kFirstOutput));
   EXPECT_EQ(hardware().removePropertyListener(token), 0);
 }
 
 // Fault: plugging or unplugging goes unnoticed, or is told off the main thread.
 TEST_P(HardwareContract, DeviceListListenerHearsPlugAndUnplug) {
   int changes = 0;
-  const ListenerToken token = listen(kAudioObjectSystemObject, kDevices, changes);
+  const ListenerToken token = listen(kAudioObjectSystemObject, kDeviceList, changes);
   rig->plug("contract.usb", "USB", kAudioDeviceTransportTypeUSB);
   EXPECT_TRUE(eventually([&] { return changes > 0 && hal().device("contract.usb"); }));
   const int before = changes;
@@ -287,7 +287,7 @@ TEST_P(HardwareContract, DeviceListListenerHearsPlugAndUnplug) {
 
 // Fault: of two registrations one is lost, or removing one removes the other.
 TEST_P(HardwareContract, EveryRegistrationIsCalledUntilItIsRemoved) {
-  const AudioObjectID speakers = listed(kSpeakers);
+  const AudioObjectID speakers = listed(kFirstOutput);
   int first = 0;
   int second = 0;
   const ListenerToken firstToken = listen(speakers, kVolume, first);
@@ -310,7 +310,7 @@ TEST_P(HardwareContract, EveryRegistrationIsCalledUntilItIsRemoved) {
 // Fault: news that were already on their way reach a listener after its removal, when its owner may
 // be gone.
 TEST_P(HardwareContract, NothingArrivesAfterRemovalOfAListener) {
-  const AudioObjectID speakers = listed(kSpeakers);
+  const AudioObjectID speakers = listed(kFirstOutput);
   int calls = 0;
   const ListenerToken token = listen(speakers, kVolume, calls);
   hal().setOutputVolume(speakers, 0.3F);
@@ -330,18 +330,18 @@ TEST_P(HardwareContract, AggregatesAreMadeUnmadeAndRefused) {
   const auto make = [&](const std::vector<std::string>& uids) {
     return hardware().createAggregateDevice(aggregateOf(uids), aggregate);
   };
-  EXPECT_NE(make({kSpeakers, "contract.nowhere"}), 0);
+  EXPECT_NE(make({kFirstOutput, "contract.nowhere"}), 0);
   EXPECT_NE(make({"contract.nowhere", rig->loopbackUID()}), 0);
   EXPECT_EQ(make({rig->loopbackUID(), rig->loopbackUID()}), kAudioHardwareIllegalOperationError);
   EXPECT_EQ(aggregate, kAudioObjectUnknown);
 
-  ASSERT_EQ(make({kSpeakers, rig->loopbackUID()}), 0);
+  ASSERT_EQ(make({kFirstOutput, rig->loopbackUID()}), 0);
   EXPECT_GT(aggregate, kAudioObjectSystemObject);
   EXPECT_EQ(hardware().destroyAggregateDevice(aggregate), 0);
   EXPECT_NE(hardware().destroyAggregateDevice(aggregate), 0);
   EXPECT_NE(hardware().destroyAggregateDevice(kNoSuchObject), 0);
-  EXPECT_NE(hardware().destroyAggregateDevice(listed(kSpeakers)), 0);
-  EXPECT_NE(hal().string(listed(kSpeakers), kAudioDevicePropertyDeviceUID), "");
+  EXPECT_NE(hardware().destroyAggregateDevice(listed(kFirstOutput)), 0);
+  EXPECT_NE(hal().string(listed(kFirstOutput), kAudioDevicePropertyDeviceUID), "");
 }
 
 // Fault: callbacks come before start or after stop, see another layout than interleaved stereo, or
@@ -349,7 +349,8 @@ TEST_P(HardwareContract, AggregatesAreMadeUnmadeAndRefused) {
 TEST_P(HardwareContract, CallbacksCarrySoundBetweenStartAndStop) {
   AudioObjectID aggregate = kAudioObjectUnknown;
   ASSERT_EQ(
-      hardware().createAggregateDevice(aggregateOf({kSpeakers, rig->loopbackUID()}), aggregate), 0);
+      hardware().createAggregateDevice(aggregateOf({kFirstOutput, rig->loopbackUID()}), aggregate),
+      0);
   const auto probe = std::make_shared<CallbackProbe>();
   AudioDeviceIOProcID proc = 0;
   ASSERT_EQ(hardware().createIOProcID(aggregate, copyingBlock(probe), proc), 0);
@@ -362,8 +363,8 @@ TEST_P(HardwareContract, CallbacksCarrySoundBetweenStartAndStop) {
     const int before = probe->calls;
     ASSERT_EQ(hardware().startDevice(aggregate, proc), 0);
     EXPECT_TRUE(eventually([&] { return probe->calls > before + 3; })) << "round " << round;
-    EXPECT_TRUE(eventually([&] { return isNear(rig->heardPeak(kSpeakers), 0.25); }))
-        << "round " << round << " sounds at " << rig->heardPeak(kSpeakers);
+    EXPECT_TRUE(eventually([&] { return isNear(rig->heardPeak(kFirstOutput), 0.25); }))
+        << "round " << round << " sounds at " << rig->heardPeak(kFirstOutput);
     ASSERT_EQ(hardware().stopDevice(aggregate, proc), 0);
     settle();
     const int stopped = probe->calls;
@@ -386,7 +387,8 @@ TEST_P(HardwareContract, CallbacksCarrySoundBetweenStartAndStop) {
 TEST_P(HardwareContract, DestroyedCallbacksNeverRunAgain) {
   AudioObjectID aggregate = kAudioObjectUnknown;
   ASSERT_EQ(
-      hardware().createAggregateDevice(aggregateOf({kSpeakers, rig->loopbackUID()}), aggregate), 0);
+      hardware().createAggregateDevice(aggregateOf({kFirstOutput, rig->loopbackUID()}), aggregate),
+      0);
   std::vector<std::shared_ptr<CallbackProbe>> probes;
   for (int round = 0; round < 30; ++round) {
     const auto probe = probes.emplace_back(std::make_shared<CallbackProbe>());
@@ -411,7 +413,7 @@ TEST_P(HardwareContract, DestroyedCallbacksNeverRunAgain) {
 // Fault: destroying the aggregate under a running callback leaves that running or holds its block.
 TEST_P(HardwareContract, DestroyingAnAggregateEndsItsCallbacks) {
   const auto [aggregate, proc, probe] =
-      Running(hardware(), aggregateOf({kSpeakers, rig->loopbackUID()}));
+      Running(hardware(), aggregateOf({kFirstOutput, rig->loopbackUID()}));
   ASSERT_TRUE(eventually([&, called = probe] { return called->calls > 0; }));
   ASSERT_EQ(hardware().destroyAggregateDevice(aggregate), 0);
   probe->isOver = true;
@@ -457,7 +459,7 @@ TEST_P(HardwareContract, CallbackAndTapCallsOnUnknownObjectsGiveAStatus) {
   EXPECT_EQ(proc, 0U);
   EXPECT_NE(hardware().destroyIOProcID(kNoSuchObject, 1), 0);
   EXPECT_NE(hardware().startDevice(kNoSuchObject, 1), 0);
-  EXPECT_NE(hardware().stopDevice(listed(kSpeakers), 0x7FFFFFFF), 0);
+  EXPECT_NE(hardware().stopDevice(listed(kFirstOutput), 0x7FFFFFFF), 0);
   AudioObjectID tap = kAudioObjectUnknown;
   EXPECT_NE(hardware().createProcessTap({{kNoSuchObject}, "contract.tap"}, tap), 0);
   EXPECT_EQ(tap, kAudioObjectUnknown);

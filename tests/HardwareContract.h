@@ -19,7 +19,7 @@
 namespace orvelle {
 
 /// Uid of the real output that the suites plug first.
-inline const std::string kSpeakers = "contract.speakers";
+inline const std::string kFirstOutput = "contract.speakers";
 
 /// A world around a back end: devices that can be plugged, programs that play, ears at the outputs.
 /// Nothing needs to have happened when a call returns; the suite waits for what it wants to see.

@@ -51,9 +51,10 @@ void TapContract::expectHeard(double onSpeakers, double onOther) {
     return std::abs(value - expected) <= 0.02 * expected;
   };
   EXPECT_TRUE(eventually([&] {
-    return isNear(rig->heardPeak(kSpeakers), onSpeakers) && isNear(rig->heardPeak(kOther), onOther);
+    return isNear(rig->heardPeak(kFirstOutput), onSpeakers) &&
+           isNear(rig->heardPeak(kOther), onOther);
   })) << "speakers at "
-      << rig->heardPeak(kSpeakers) << " instead of " << onSpeakers << ", the other output at "
+      << rig->heardPeak(kFirstOutput) << " instead of " << onSpeakers << ", the other output at "
       << rig->heardPeak(kOther) << " instead of " << onOther;
 }
 
@@ -165,7 +166,7 @@ TEST_P(TapContract, TapIsNotReadWhileItsOutputIsAway) {
   tapped.start();
   expectHeard(0.0, 0.5 * kFirstLevel);
   rig->unplug(kOther);
-  EXPECT_TRUE(eventually([&] { return rig->heardPeak(kSpeakers) > 0.98 * kFirstLevel; }));
+  EXPECT_TRUE(eventually([&] { return rig->heardPeak(kFirstOutput) > 0.98 * kFirstLevel; }));
   plugOther();
   expectHeard(0.0, 0.5 * kFirstLevel);
 }
@@ -174,7 +175,7 @@ TEST_P(TapContract, TapIsNotReadWhileItsOutputIsAway) {
 // out at whatever its output is held at; or it stays quiet when an output governs itself again.
 TEST_P(TapContract, TapFollowsTheLoopbackThatIsTheDefault) {
   plugOther();
-  TapPlayer tapped(hardware(), playing(rig->launchPlayer(kFirstLevel)), kSpeakers, 0.5F);
+  TapPlayer tapped(hardware(), playing(rig->launchPlayer(kFirstLevel)), kFirstOutput, 0.5F);
   tapped.start();
   expectHeard(0.5 * kFirstLevel, 0.0);
   const AudioObjectID loopback = listed(rig->loopbackUID());

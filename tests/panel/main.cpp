@@ -6,6 +6,12 @@
 #include <QGuiApplication>
 #include <QQuickWindow>
 
+/// Fontconfig keeps a few bytes of each configuration that it reads, for good. Called by the
+/// address sanitizer, where there is one.
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libfontconfig";
+}
+
 int main(int argumentCount, char** arguments) {
   qputenv("QT_QPA_PLATFORM", "offscreen");
   qputenv("QT_FONT_DPI", "96");

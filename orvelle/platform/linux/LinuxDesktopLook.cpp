@@ -85,7 +85,7 @@ bool LinuxDesktopLook::wantsReducedMotion() const {
   return !hasAnimations_ || animationFactor_ == 0.0 || reducedMotion_ == 1;
 }
 
-void LinuxDesktopLook::applyColorScheme() {
+void LinuxDesktopLook::applyColorScheme() const {
   QGuiApplication::setPalette(QPalette());  // the desktop's own
   if (colorScheme_ == 1 && !isDark(QGuiApplication::palette())) {
     QGuiApplication::setPalette(

@@ -30,7 +30,7 @@ class LinuxDesktopLook final : public QObject, public DesktopLook {
   Q_SLOT void settingTold(const QDBusMessage& news);
   void settingChanged(const QString& group, const QString& key, const QVariant& value);
 
-  void applyColorScheme();
+  void applyColorScheme() const;
 
   bool hasAnimations_ = true;     ///< of GNOME
   double animationFactor_ = 1.0;  ///< of KDE: 0 for none

@@ -21,9 +21,8 @@ class VirtualWorker final : public BackgroundQueue, public Clock {
   explicit VirtualWorker(ManualQueue& queue) : queue_(queue) {}
   VirtualWorker(const VirtualWorker&) = delete;
   VirtualWorker& operator=(const VirtualWorker&) = delete;
-  // NOLINTNEXTLINE(bugprone-exception-escape): see there.
   /// Lets virtual time pass until the jobs have ended.
-  ~VirtualWorker() override;
+  ~VirtualWorker() override;  // NOLINT(bugprone-exception-escape): see there
 
   void run(Job job) override;
   bool wait(double timeoutSeconds) override;
