@@ -1,5 +1,6 @@
-// Time per stereo frame of every path through the signal chain, each beside the plain scalar model
-// in the same run: `orvelle_bench --benchmark_filter=music`.
+// Time per stereo frame of every path through the signal chain, with each set of instructions that
+// this processor has, beside the plain scalar model in the same run: `orvelle_bench
+// --benchmark_filter=music`.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -45,6 +46,7 @@ std::vector<Path> paths() {
       {"all/music/working", working, wide, music},
       {"all/ten/idle", idle, wide, tenBands},
       {"all/ten/working", working, wide, tenBands},
+      {"all/ten/clipped", 2.0F, wide, tenBands, 1.0F},
       {"all/ten/tiny", idle, wide, tenBands, tiny},
   };
 }
@@ -76,13 +78,12 @@ std::vector<float> noise(float amplitude) {
 }
 
 template <typename Chain>
-void playNoise(benchmark::State& state, const Path& path) {
+void playNoise(benchmark::State& state, Chain&& chain, const Path& path) {
   const auto frames = static_cast<std::size_t>(state.range(0));
   const std::size_t samples = 2 * frames;
   const auto bytes = static_cast<std::uint32_t>(samples * sizeof(float));
   std::vector<float> signal = noise(path.amplitude);
   std::vector<float> heard(samples);
-  Chain chain;
   configure(chain, path);
 
   std::size_t position = 0;
@@ -101,12 +102,16 @@ void playNoise(benchmark::State& state, const Path& path) {
 
 [[maybe_unused]] const bool registered = [] {
   for (const Path& path : paths()) {
-    const auto add = [&](const char* who, void (*run)(benchmark::State&, const Path&)) {
+    const auto add = [&path](const char* who, const auto& run) {
       const std::string name = std::string(path.name) + "/" + who;
-      benchmark::RegisterBenchmark(name.c_str(), run, path)->Arg(256)->Arg(512)->Arg(1024);
+      benchmark::RegisterBenchmark(name.c_str(), run)->Arg(256)->Arg(512)->Arg(1024);
     };
-    add("chain", playNoise<BoostRender>);
-    add("model", playNoise<test::ScalarModel>);
+    add("model", [path](benchmark::State& state) { playNoise(state, test::ScalarModel(), path); });
+    for (const vector::Kernels* const kernels : vector::usableKernels()) {
+      add(kernels->name, [path, kernels](benchmark::State& state) {
+        playNoise(state, BoostRender(*kernels), path);
+      });
+    }
   }
   return true;
 }();

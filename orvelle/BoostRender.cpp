@@ -49,8 +49,8 @@ float filterSample(float x, const Equalizer::Coefficients& coefficients, std::sp
   return x;
 }
 
-void equalise(Samples samples, std::int64_t deviceChannels,
-              const Equalizer::Coefficients& coefficients, Equalizer& equalizer) {
+void equaliseSamples(Samples samples, std::int64_t deviceChannels,
+                     const Equalizer::Coefficients& coefficients, Equalizer& equalizer) {
   const auto bandStride = static_cast<std::size_t>(2 * equalizer.channels);
   std::int64_t deviceChannel = 0;
   for (float& sample : samples) {
@@ -67,63 +67,75 @@ void equalise(Samples samples, std::int64_t deviceChannels,
   }
 }
 
-/// Gain, then a peak limiter without look-ahead: the gain reduction follows its target sample by
-/// sample, fast down and slowly up. The target of an infinite sample is 0, so that `limReduction`
-/// stays between 0 and 1 whatever the gain makes of the sound.
-void amplifyAndLimit(Samples samples, float gain, float& limReduction) {
-  constexpr float threshold = BoostRender::limThreshold;
-  constexpr float attack = BoostRender::limAttack;
-  constexpr float release = BoostRender::limRelease;
-  constexpr float attackShare = 1.0F - attack;
-  constexpr float releaseShare = 1.0F - release;
-
-  float reduction = limReduction;
-  for (float& sample : samples) {
-    const float amplified = gain * sample;
-    const float magnitude = std::fabs(amplified);
-    const float target = magnitude > threshold ? threshold / magnitude : 1.0F;
-    reduction = target < reduction ? reduction * attack + target * attackShare
-                                   : reduction * release + target * releaseShare;
-    sample = finiteOrSilence(amplified * reduction);
-  }
-  limReduction = reduction;
+/// Whether the vector stages can tell what these coefficients do; also false for a NaN.
+bool areOrdinary(const Equalizer::Coefficients& coefficients) {
+  return std::all_of(coefficients.begin(), coefficients.end(), [](float coefficient) {
+    const float magnitude = std::fabs(coefficient);
+    return magnitude >= vector::leastCoefficient && magnitude <= vector::mostCoefficient;
+  });
 }
 
-/// std::clamp would do the same for numbers, but leaves open what becomes of a NaN.
-float hardClipped(float value) {
-  if (value > 1.0F) {
-    return 1.0F;
-  }
-  return value < -1.0F ? -1.0F : value;
+/// A band at 0 dB that remembers nothing puts out, bit for bit, what it gets, and goes on
+/// remembering nothing.
+bool passesOn(const float* c, std::span<const float> memory) {
+  return c[0] == 1.0F && c[1] == c[3] && c[2] == c[4] &&
+         std::all_of(memory.begin(), memory.end(), [](float z) { return z == 0.0F; });
 }
 
-/// Scales the side signal against the mid signal. A trailing half frame is left alone.
-void widen(Samples samples, float width) {
-  for (std::size_t i = 0; i + 1 < samples.size(); i += 2) {
-    const float left = samples[i];
-    const float right = samples[i + 1];
-    const float mid = (left + right) * 0.5F;
-    const float side = (left - right) * 0.5F * width;
-    samples[i] = finiteOrSilence(hardClipped(mid + side));
-    samples[i + 1] = finiteOrSilence(hardClipped(mid - side));
+vector::EqualizerTask taskFor(const Equalizer::Coefficients& coefficients, Equalizer& equalizer,
+                              std::int64_t deviceChannels) {
+  vector::EqualizerTask task;
+  task.channels = static_cast<std::size_t>(deviceChannels);
+  const auto bandStride = static_cast<std::size_t>(2 * equalizer.channels);
+  for (std::size_t band = 0; band < Equalizer::bands; ++band) {
+    const float* const c = &coefficients[band * Equalizer::coefficientsPerBand];
+    const auto memory = std::span(equalizer.state).subspan(band * bandStride, 2 * task.channels);
+    if (!passesOn(c, memory)) {
+      task.band[task.bandCount++] = {c, memory.data()};
+    }
   }
+  return task;
+}
+
+/// One or two channels go through the bands in vectors, everything else sample by sample: other
+/// layouts, the last half frame, coefficients and sounds beyond all measure, and blocks that are
+/// over before all bands have begun.
+void equalise(Samples samples, std::int64_t deviceChannels,
+              const Equalizer::Coefficients& coefficients, Equalizer& equalizer,
+              const vector::Kernels& kernels) {
+  constexpr std::size_t fewestFrames = 4;
+  const auto channels = static_cast<std::size_t>(deviceChannels);
+  std::size_t frames = samples.size() / channels;
+  if (deviceChannels <= std::min<std::int64_t>(2, equalizer.channels) &&
+      areOrdinary(coefficients)) {
+    for (; frames >= fewestFrames; frames = samples.size() / channels) {
+      const std::size_t count = std::min(frames, vector::mostFrames);
+      const Samples block = samples.first(count * channels);
+      samples = samples.subspan(block.size());
+      if (!kernels.equalise(taskFor(coefficients, equalizer, deviceChannels), block.data(),
+                            count)) {
+        equaliseSamples(block, deviceChannels, coefficients, equalizer);
+      }
+    }
+  }
+  equaliseSamples(samples, deviceChannels, coefficients, equalizer);
 }
 
 /// Runs the chain over one pair of buffers and returns the peak between equaliser and gain.
 float renderBuffer(const AudioBuffer& input, const AudioBuffer& output, const Settings& settings,
-                   Equalizer& equalizer, float& limReduction) {
+                   Equalizer& equalizer, float& limReduction, const vector::Kernels& kernels) {
   // Filters remember; one NaN let in here would silence them for ever.
-  const Samples samples = copyFinite(input, output);
+  const Samples samples = copyFinite(input, output, kernels);
   const std::int64_t deviceChannels = std::max<std::int64_t>(output.mNumberChannels, 1);
   if (settings.equalizerEnabled) {
-    equalise(samples, deviceChannels, settings.coefficients, equalizer);
+    equalise(samples, deviceChannels, settings.coefficients, equalizer, kernels);
   }
-  const float peak = peakOf(samples);
+  const float peak = kernels.peak(samples.data(), samples.size());
   if (settings.gain != 1.0F) {
-    amplifyAndLimit(samples, settings.gain, limReduction);
+    kernels.amplifyAndLimit(samples.data(), samples.size(), settings.gain, limReduction);
   }
   if (settings.spatialWidth != 1.0F && deviceChannels == 2) {
-    widen(samples, settings.spatialWidth);
+    kernels.widen(samples.data(), samples.size() / 2, settings.spatialWidth);
   }
   return peak;
 }
@@ -142,7 +154,8 @@ void BoostRender::render(AudioBufferList input, AudioBufferList output) noexcept
   const std::size_t pairs = std::min(input.size(), output.size());
   float peak = 0.0F;
   for (std::size_t i = 0; i < pairs; ++i) {
-    peak = std::max(peak, renderBuffer(input[i], output[i], settings, equalizer, limReduction));
+    peak = std::max(peak,
+                    renderBuffer(input[i], output[i], settings, equalizer, limReduction, kernels_));
   }
   silence(output.subspan(pairs));
 

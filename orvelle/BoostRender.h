@@ -6,6 +6,7 @@
 #include "orvelle/Equalizer.h"
 #include "orvelle/MeterFeed.h"
 #include "orvelle/platform/AudioTypes.h"
+#include "orvelle/vector/Kernels.h"
 
 namespace orvelle {
 
@@ -15,6 +16,11 @@ namespace orvelle {
 /// `render` reads each once per callback. The level fields go the other way.
 class BoostRender : public MeterFeed {
  public:
+  /// With the fastest instructions that this processor has, unless told otherwise; the sound does
+  /// not depend on it. Here, so that the callback need not ask.
+  explicit BoostRender(const vector::Kernels& kernels = vector::fastestKernels())
+      : kernels_(kernels) {}
+
   /// Linear factor. Exactly 1.0 passes gain and limiter by.
   std::atomic<float> gain{1.0F};
   /// 1.0 is neutral and passes the stage by, 0 is mono.
@@ -44,6 +50,9 @@ class BoostRender : public MeterFeed {
  protected:
   /// The limiter's gain, carried from sample to sample over all channels. Real-time thread only.
   float limReduction = 1.0F;
+
+ private:
+  const vector::Kernels& kernels_;
 };
 
 }  // namespace orvelle

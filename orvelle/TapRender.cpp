@@ -18,7 +18,8 @@ float softClipped(float value) {
 
 void amplifyAndClip(Samples samples, float volume) {
   for (float& sample : samples) {
-    sample = finiteOrSilence(softClipped(volume * sample));
+    const float clipped = softClipped(volume * sample);
+    sample = std::isfinite(clipped) ? clipped : 0.0F;
   }
 }
 
@@ -29,8 +30,8 @@ void TapRender::render(AudioBufferList input, AudioBufferList output) noexcept {
   const std::size_t pairs = std::min(input.size(), output.size());
   float peak = 0.0F;
   for (std::size_t i = 0; i < pairs; ++i) {
-    const Samples samples = copyFinite(input[i], output[i]);
-    peak = std::max(peak, peakOf(samples));
+    const Samples samples = copyFinite(input[i], output[i], kernels_);
+    peak = std::max(peak, kernels_.peak(samples.data(), samples.size()));
     if (factor != 1.0F) {
       amplifyAndClip(samples, factor);
     }

@@ -6,6 +6,7 @@
 
 #include "orvelle/MeterFeed.h"
 #include "orvelle/platform/AudioTypes.h"
+#include "orvelle/vector/Kernels.h"
 
 namespace orvelle {
 
@@ -13,6 +14,11 @@ namespace orvelle {
 /// callback. The meter's fields go the other way, with the peak before the volume.
 class TapRender : public MeterFeed {
  public:
+  /// With the fastest instructions that this processor has, unless told otherwise; the sound does
+  /// not depend on it.
+  explicit TapRender(const vector::Kernels& kernels = vector::fastestKernels())
+      : kernels_(kernels) {}
+
   /// Linear factor. Exactly 1.0 copies the tap bit for bit.
   std::atomic<float> volume{1.0F};
 
@@ -26,6 +32,9 @@ class TapRender : public MeterFeed {
   ///
   /// Real-time thread: takes no lock, allocates nothing, does not enter the system.
   void render(AudioBufferList input, AudioBufferList output) noexcept;
+
+ private:
+  const vector::Kernels& kernels_;
 };
 
 }  // namespace orvelle

@@ -1,0 +1,319 @@
+// Ten filters in series on all lanes at once.
+//
+// A recursive filter cannot take several samples at a time: each needs the one before. Ten filters
+// in series can work at the same time, though, like the stations of an assembly line: while the
+// first takes sample t, the second takes sample t - 1, which the first put out a step earlier, and
+// so on. Both channels of a station lie side by side, so that a vector of 8 lanes is 4 stations.
+// What remains is the time that one filter needs from sample to sample.
+//
+// Station s stands in vector s % vectors: each vector's input is what the vector before it put out
+// in the last step, as it is, and only the last vector's output has to move by one place on its way
+// back to the first.
+//
+//   vectors = 3          place 0     place 1     place 2     place 3
+//   vector 0:   in ->    station 0   station 3   station 6   station 9
+//   vector 1:            station 1   station 4   station 7   station 10
+//   vector 2:            station 2   station 5   station 8   station 11  -> out
+//
+// Stations beyond the last band pass on what they get. At the beginning of a block the first
+// samples have not reached the later stations yet, at the end the last ones have left the earlier
+// ones: in these steps a mask keeps the memory of stations without a sample.
+#pragma once
+
+#include "orvelle/vector/Kernels.h"
+#include "orvelle/vector/Lanes.h"
+
+namespace orvelle::vector {
+
+/// What keeps values below the denormal floor out of filters and sound.
+enum class Flush {
+  /// Every value is compared, as in the plain arithmetic: always right, half again as slow.
+  everyValue,
+  /// None is, and a proof is kept that none had to be. All numbers are smaller by 2^-28, which is
+  /// exact. Then bit 29 of a number, the second of its exponent, says that it lies between 2^-35
+  /// and 2^29 of its true size, far from the floor; ANDing all values of y and z1 shows whether
+  /// this was so throughout. (Beyond 2^93 the bit is set again, but with coefficients of 2^10 at
+  /// most nothing gets there without having been in between.) z2 is a difference of two products.
+  /// With y of at least 2^-35 and coefficients of at least 2^-7, it is exactly 0, or at least the
+  /// last place of a product of 2^-43, 2^-66: still above the floor of 1e-20.
+  provenNeedless,
+};
+
+inline constexpr float scaleDown = 0x1p-28F;
+inline constexpr float scaleUp = 0x1p28F;
+inline constexpr std::int32_t isMiddling = 1 << 29;
+
+/// Above this, a sample sends the block to comparing every value...
+inline constexpr float mostMiddling = 0x1p20F;
+/// ... and above this, to the plain arithmetic, which knows what to do at an overflow.
+inline constexpr float mostVectorised = 0x1p100F;
+
+/// As many stations as there are frames in a vector.
+template <class Machine>
+struct Stations {
+  using L = Lanes<Machine>;
+  typename L::Float b0, b1, b2, a1, a2;
+  typename L::Float z1, z2;
+  typename L::Float y;
+  typename L::Int position;   // of the station, in the row of all of them
+  typename L::Int isBand;     // not one that only passes on
+  typename L::Int middling;   // bit 29: every y and z1 so far had it
+  typename L::Int excessive;  // mask: some y was beyond what may be done here
+};
+
+template <class Machine>
+ORVELLE_INLINE typename Lanes<Machine>::Float flushed(typename Lanes<Machine>::Float value) {
+  using L = Lanes<Machine>;
+  return L::keep(~(L::magnitude(value) < Equalizer::denormalFloor), value);
+}
+
+/// One sample through each station. Transposed direct form II; do not regroup.
+template <class Machine, Flush flush, bool masked>
+ORVELLE_INLINE void filter(Stations<Machine>& s, typename Lanes<Machine>::Float x,
+                           std::int32_t step, std::int32_t frames) {
+  using L = Lanes<Machine>;
+  auto y = s.b0 * x + s.z1;
+  auto z1 = s.b1 * x - s.a1 * y + s.z2;
+  auto z2 = s.b2 * x - s.a2 * y;
+  if constexpr (flush == Flush::everyValue) {
+    z1 = flushed<Machine>(z1);
+    z2 = flushed<Machine>(z2);
+    y = flushed<Machine>(y);
+  }
+  typename L::Int hasSample = L::all(-1);
+  if constexpr (masked) {
+    const auto frame = step - s.position;
+    hasSample = (frame >= 0) & (frame < frames);
+    z1 = L::choose(hasSample, z1, s.z1);
+    z2 = L::choose(hasSample, z2, s.z2);
+  }
+  if constexpr (flush == Flush::everyValue) {
+    s.excessive |= ~(L::magnitude(y) < mostVectorised) & hasSample;
+  } else if constexpr (masked) {
+    s.middling &= (L::bits(y) & L::bits(z1)) | ~hasSample;
+  } else {
+    s.middling &= L::bits(y) & L::bits(z1);
+  }
+  s.y = y;
+  s.z1 = z1;
+  s.z2 = z2;
+}
+
+/// All stations: `vectors` vectors of them.
+template <class Machine, std::size_t vectors>
+class Cascade {
+  using L = Lanes<Machine>;
+  static constexpr std::size_t places = L::count / 2;
+
+ public:
+  static constexpr std::size_t stations = vectors * places;
+
+  ORVELLE_INLINE void load(Cascade& cascade, const EqualizerTask& task, float scale) {
+    for (std::size_t station = 0; station < stations; ++station) {
+      for (std::size_t channel = 0; channel < 2; ++channel) {
+        cascade.loadLane(task, station, channel, scale);
+      }
+    }
+  }
+
+  /// Takes `frames` frames at `samples`, followed by at least `stations` more to read and write.
+  /// Frame i comes out in place i + stations.
+  template <Flush flush>
+  [[gnu::always_inline]] inline void run(float* samples, std::int32_t frames) {
+    constexpr auto delay = static_cast<std::int32_t>(stations);
+    const std::int32_t filled = delay - 1 < frames ? delay - 1 : frames;
+    std::int32_t step = 0;
+    for (; step < filled; ++step) {
+      advance<flush, true>(samples, step, frames);
+    }
+    for (; step < frames; ++step) {
+      advance<flush, false>(samples, step, frames);
+    }
+    for (; step < frames + delay - 1; ++step) {
+      advance<flush, true>(samples, step, frames);
+    }
+    L::storeFirst(samples + 2 * step, L::rotated(stations_[vectors - 1].y));
+  }
+
+  /// Whether what `run` did is what the plain arithmetic does.
+  template <Flush flush>
+  bool holds() const {
+    typename L::Int doubtful = L::all(0);
+    for (std::size_t v = 0; v < vectors; ++v) {
+      const Stations<Machine>& s = stations_[v];
+      doubtful |=
+          flush == Flush::everyValue ? s.excessive : ((s.middling & isMiddling) == 0) & s.isBand;
+    }
+    return !L::any(doubtful);
+  }
+
+  void keepMemory(const EqualizerTask& task, float scale) const {
+    for (std::size_t station = 0; station < task.bandCount; ++station) {
+      const Stations<Machine>& s = stations_[station % vectors];
+      for (std::size_t channel = 0; channel < task.channels; ++channel) {
+        const std::size_t lane = station / vectors * 2 + channel;
+        float* const memory = task.band[station].memory + 2 * channel;
+        memory[0] = s.z1[lane] * scale;
+        memory[1] = s.z2[lane] * scale;
+      }
+    }
+  }
+
+ private:
+  void loadLane(const EqualizerTask& task, std::size_t station, std::size_t channel, float scale) {
+    Stations<Machine>& s = stations_[station % vectors];
+    const std::size_t lane = station / vectors * 2 + channel;
+    const bool isBand = station < task.bandCount;
+    constexpr float passOn[] = {1.0F, 0.0F, 0.0F, 0.0F, 0.0F};
+    constexpr float nothing[] = {0.0F, 0.0F};
+    const float* const c = isBand ? task.band[station].coefficients : passOn;
+    // A single channel is computed twice, in both lanes.
+    const std::size_t remembered = task.channels == 2 ? channel : 0;
+    const float* const memory = isBand ? task.band[station].memory + 2 * remembered : nothing;
+    s.b0[lane] = c[0];
+    s.b1[lane] = c[1];
+    s.b2[lane] = c[2];
+    s.a1[lane] = c[3];
+    s.a2[lane] = c[4];
+    s.z1[lane] = memory[0] * scale;
+    s.z2[lane] = memory[1] * scale;
+    s.y[lane] = 0.0F;
+    s.position[lane] = static_cast<std::int32_t>(station);
+    s.isBand[lane] = isBand ? -1 : 0;
+    s.middling[lane] = -1;
+    s.excessive[lane] = 0;
+  }
+
+  template <Flush flush, bool masked>
+  [[gnu::always_inline]] inline void advance(float* samples, std::int32_t step,
+                                             std::int32_t frames) {
+    const auto leaving = L::rotated(stations_[vectors - 1].y);
+    const auto entering = L::withFirst(leaving, samples + 2 * step);
+    L::storeFirst(samples + 2 * step, leaving);
+    passAlong<vectors - 1, flush, masked>(entering, step, frames);
+  }
+
+  /// From the last vector to the first, so that each still finds what its neighbour put out in the
+  /// step before.
+  template <std::size_t v, Flush flush, bool masked>
+  [[gnu::always_inline]] inline void passAlong(typename L::Float entering, std::int32_t step,
+                                               std::int32_t frames) {
+    if constexpr (v == 0) {
+      filter<Machine, flush, masked>(stations_[0], entering, step, frames);
+    } else {
+      filter<Machine, flush, masked>(stations_[v], stations_[v - 1].y, step, frames);
+      passAlong<v - 1, flush, masked>(entering, step, frames);
+    }
+  }
+
+  Stations<Machine> stations_[vectors];
+};
+
+/// Frames between the stages: always two lanes a frame.
+struct FrameBuffer {
+  static constexpr std::size_t surplus = 16;  // more than there are stations, and than a vector
+  alignas(64) float samples[2 * (mostFrames + surplus)];
+};
+
+/// Copies a block into the buffer, flushed and scaled, and returns its peak before scaling.
+template <class Machine>
+float fill(FrameBuffer& buffer, const EqualizerTask& task, const float* samples, std::size_t frames,
+           float scale) {
+  using L = Lanes<Machine>;
+  const std::size_t count = 2 * frames;
+  auto peak = L::all(0.0F);
+  for (std::size_t i = 0; i < frames * 2; i += L::count) {
+    typename L::Float x{};
+    if (task.channels == 2 && i + L::count <= count) {
+      x = L::load(samples + i);
+    } else {
+      for (std::size_t lane = 0; lane < L::count && i + lane < count; ++lane) {
+        x[lane] = samples[task.channels == 2 ? i + lane : (i + lane) / 2];
+      }
+    }
+    x = flushed<Machine>(x);
+    const auto magnitude = L::magnitude(x);
+    peak = L::choose(magnitude > peak, magnitude, peak);
+    L::store(buffer.samples + i, x * scale);
+  }
+  for (std::size_t i = count; i < count + 2 * FrameBuffer::surplus; ++i) {
+    buffer.samples[i] = 0.0F;
+  }
+  return L::largest(peak);
+}
+
+/// The way back.
+template <class Machine>
+void empty(const float* buffer, const EqualizerTask& task, float* samples, std::size_t frames,
+           float scale) {
+  using L = Lanes<Machine>;
+  if (task.channels == 1) {
+    for (std::size_t frame = 0; frame < frames; ++frame) {
+      samples[frame] = buffer[2 * frame] * scale;
+    }
+    return;
+  }
+  std::size_t i = 0;
+  for (; i + L::count <= 2 * frames; i += L::count) {
+    L::store(samples + i, L::load(buffer + i) * scale);
+  }
+  for (; i < 2 * frames; ++i) {
+    samples[i] = buffer[i] * scale;
+  }
+}
+
+/// The largest magnitude in the bands' memory.
+template <class Machine>
+float memoryPeak(const EqualizerTask& task) {
+  float peak = 0.0F;
+  for (std::size_t band = 0; band < task.bandCount; ++band) {
+    for (std::size_t i = 0; i < 2 * task.channels; ++i) {
+      const float magnitude = __builtin_fabsf(task.band[band].memory[i]);
+      peak = magnitude > peak ? magnitude : peak;
+    }
+  }
+  return peak;
+}
+
+template <class Machine, std::size_t vectors, Flush flush>
+[[gnu::noinline]] bool attempt(FrameBuffer& buffer, const EqualizerTask& task, float* samples,
+                               std::size_t frames) {
+  constexpr bool scaled = flush == Flush::provenNeedless;
+  constexpr float most = scaled ? mostMiddling : mostVectorised;
+  if (fill<Machine>(buffer, task, samples, frames, scaled ? scaleDown : 1.0F) > most ||
+      memoryPeak<Machine>(task) > most) {
+    return false;
+  }
+  using Bands = Cascade<Machine, vectors>;
+  Bands bands;
+  Bands::load(bands, task, scaled ? scaleDown : 1.0F);
+  bands.template run<flush>(buffer.samples, static_cast<std::int32_t>(frames));
+  if (!bands.template holds<flush>()) {
+    return false;
+  }
+  bands.keepMemory(task, scaled ? scaleUp : 1.0F);
+  empty<Machine>(buffer.samples + 2 * Bands::stations, task, samples, frames,
+                 scaled ? scaleUp : 1.0F);
+  return true;
+}
+
+template <class Machine, std::size_t vectors>
+bool equaliseWith(FrameBuffer& buffer, const EqualizerTask& task, float* samples,
+                  std::size_t frames) {
+  using Bands = Cascade<Machine, vectors>;
+  if constexpr (Bands::stations < static_cast<std::size_t>(Equalizer::bands)) {
+    if (task.bandCount > Bands::stations) {
+      return equaliseWith<Machine, vectors + 1>(buffer, task, samples, frames);
+    }
+  }
+  return attempt<Machine, vectors, Flush::provenNeedless>(buffer, task, samples, frames) ||
+         attempt<Machine, vectors, Flush::everyValue>(buffer, task, samples, frames);
+}
+
+template <class Machine>
+bool equalise(const EqualizerTask& task, float* samples, std::size_t frames) {
+  FrameBuffer buffer;
+  return equaliseWith<Machine, 1>(buffer, task, samples, frames);
+}
+
+}  // namespace orvelle::vector

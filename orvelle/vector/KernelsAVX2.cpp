@@ -1,0 +1,17 @@
+#include "orvelle/vector/KernelTables.h"
+
+#if defined(__x86_64__)
+#include "orvelle/vector/AllKernels.h"
+
+namespace orvelle::vector {
+
+namespace {
+struct Avx2 {
+  static constexpr std::size_t lanes = 8;
+};
+}  // namespace
+
+constinit const Kernels avx2Kernels = kernelsFor<Avx2>("avx2");
+
+}  // namespace orvelle::vector
+#endif
