@@ -49,8 +49,8 @@ float filterSample(float x, const Equalizer::Coefficients& coefficients, std::sp
   return x;
 }
 
-void equaliseSamples(Samples samples, std::int64_t deviceChannels,
-                     const Equalizer::Coefficients& coefficients, Equalizer& equalizer) {
+void equalise(Samples samples, std::int64_t deviceChannels,
+              const Equalizer::Coefficients& coefficients, Equalizer& equalizer) {
   const auto bandStride = static_cast<std::size_t>(2 * equalizer.channels);
   std::int64_t deviceChannel = 0;
   for (float& sample : samples) {
@@ -97,48 +97,74 @@ vector::EqualizerTask taskFor(const Equalizer::Coefficients& coefficients, Equal
   return task;
 }
 
-/// One or two channels go through the bands in vectors, everything else sample by sample: other
-/// layouts, the last half frame, coefficients and sounds beyond all measure, and blocks that are
-/// over before all bands have begun.
-void equalise(Samples samples, std::int64_t deviceChannels,
-              const Equalizer::Coefficients& coefficients, Equalizer& equalizer,
-              const vector::Kernels& kernels) {
-  constexpr std::size_t fewestFrames = 4;
-  const auto channels = static_cast<std::size_t>(deviceChannels);
-  std::size_t frames = samples.size() / channels;
-  if (deviceChannels <= std::min<std::int64_t>(2, equalizer.channels) &&
-      areOrdinary(coefficients)) {
-    for (; frames >= fewestFrames; frames = samples.size() / channels) {
-      const std::size_t count = std::min(frames, vector::mostFrames);
-      const Samples block = samples.first(count * channels);
-      samples = samples.subspan(block.size());
-      if (!kernels.equalise(taskFor(coefficients, equalizer, deviceChannels), block.data(),
-                            count)) {
-        equaliseSamples(block, deviceChannels, coefficients, equalizer);
-      }
-    }
-  }
-  equaliseSamples(samples, deviceChannels, coefficients, equalizer);
+/// One or two channels go through the bands in vectors.
+bool fitVectors(std::int64_t deviceChannels, const Settings& settings, const Equalizer& equalizer) {
+  return deviceChannels <= std::min<std::int64_t>(2, equalizer.channels) &&
+         areOrdinary(settings.coefficients);
 }
 
-/// Runs the chain over one pair of buffers and returns the peak between equaliser and gain.
-float renderBuffer(const AudioBuffer& input, const AudioBuffer& output, const Settings& settings,
-                   Equalizer& equalizer, float& limReduction, const vector::Kernels& kernels) {
-  // Filters remember; one NaN let in here would silence them for ever.
-  const Samples samples = copyFinite(input, output, kernels);
-  const std::int64_t deviceChannels = std::max<std::int64_t>(output.mNumberChannels, 1);
-  if (settings.equalizerEnabled) {
-    equalise(samples, deviceChannels, settings.coefficients, equalizer, kernels);
+/// Everything else goes sample by sample: other layouts, the last half frame, coefficients and
+/// sounds beyond all measure, and blocks that are over before all bands have begun.
+class Chain {
+ public:
+  Chain(const Settings& settings, std::int64_t deviceChannels, Equalizer& equalizer,
+        const vector::Kernels& kernels)
+      : settings_(settings),
+        deviceChannels_(deviceChannels),
+        equalizer_(equalizer),
+        kernels_(kernels) {}
+
+  void render(SamplePair samples, vector::Block& carried) {
+    std::size_t done = 0;
+    if (settings_.equalizerEnabled && fitVectors(deviceChannels_, settings_, equalizer_)) {
+      constexpr std::size_t fewestFrames = 4;
+      const auto channels = static_cast<std::size_t>(deviceChannels_);
+      std::size_t frames = samples.count / channels;
+      while (frames >= fewestFrames) {
+        const std::size_t count = std::min(frames, vector::mostFrames);
+        renderInVectors(samples.part(done, count * channels), carried);
+        done += count * channels;
+        frames -= count;
+      }
+    }
+    renderPlainly(samples.part(done, samples.count - done), carried);
   }
-  const float peak = kernels.peak(samples.data(), samples.size());
-  if (settings.gain != 1.0F) {
-    kernels.amplifyAndLimit(samples.data(), samples.size(), settings.gain, limReduction);
+
+ private:
+  void renderInVectors(SamplePair samples, vector::Block& carried) {
+    const vector::EqualizerTask task = taskFor(settings_.coefficients, equalizer_, deviceChannels_);
+    carried.equalizer = &task;
+    const bool isDone = pass(samples, carried);
+    carried.equalizer = nullptr;
+    if (!isDone) {
+      renderPlainly({samples.destination, samples.destination, samples.count}, carried);
+    }
   }
-  if (settings.spatialWidth != 1.0F && deviceChannels == 2) {
-    kernels.widen(samples.data(), samples.size() / 2, settings.spatialWidth);
+
+  void renderPlainly(SamplePair samples, vector::Block& carried) {
+    if (settings_.equalizerEnabled) {
+      // Filters remember; one NaN let in here would silence them for ever.
+      std::transform(samples.source, samples.source + samples.count, samples.destination,
+                     finiteOrSilence);
+      equalise({samples.destination, samples.count}, deviceChannels_, settings_.coefficients,
+               equalizer_);
+      samples.source = samples.destination;
+    }
+    pass(samples, carried);
   }
-  return peak;
-}
+
+  bool pass(SamplePair samples, vector::Block& carried) const {
+    carried.source = samples.source;
+    carried.destination = samples.destination;
+    carried.samples = samples.count;
+    return kernels_.process(carried);
+  }
+
+  const Settings& settings_;
+  std::int64_t deviceChannels_;
+  Equalizer& equalizer_;
+  const vector::Kernels& kernels_;
+};
 
 }  // namespace
 
@@ -152,15 +178,18 @@ void BoostRender::render(AudioBufferList input, AudioBufferList output) noexcept
   }
 
   const std::size_t pairs = std::min(input.size(), output.size());
-  float peak = 0.0F;
+  vector::Block carried = {.gain = settings.gain, .limReduction = limReduction};
   for (std::size_t i = 0; i < pairs; ++i) {
-    peak = std::max(peak,
-                    renderBuffer(input[i], output[i], settings, equalizer, limReduction, kernels_));
+    const auto deviceChannels = std::max<std::int64_t>(output[i].mNumberChannels, 1);
+    carried.width = deviceChannels == 2 ? settings.spatialWidth : 1.0F;
+    Chain(settings, deviceChannels, equalizer, kernels_)
+        .render(pairOf(input[i], output[i]), carried);
   }
+  limReduction = carried.limReduction;
   silence(output.subspan(pairs));
 
-  countCallback(peak);
-  currentLevel.store(peak, std::memory_order_relaxed);
+  countCallback(carried.peak);
+  currentLevel.store(carried.peak, std::memory_order_relaxed);
 }
 
 }  // namespace orvelle

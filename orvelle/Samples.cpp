@@ -5,15 +5,12 @@
 
 namespace orvelle {
 
-Samples copyFinite(const AudioBuffer& input, const AudioBuffer& output,
-                   const vector::Kernels& kernels) {
+SamplePair pairOf(const AudioBuffer& input, const AudioBuffer& output) {
   if (input.mData == nullptr || output.mData == nullptr) {
     return {};
   }
   const std::size_t count = std::min(input.mDataByteSize, output.mDataByteSize) / sizeof(float);
-  const Samples destination(static_cast<float*>(output.mData), count);
-  kernels.copyFinite(static_cast<const float*>(input.mData), destination.data(), count);
-  return destination;
+  return {static_cast<const float*>(input.mData), static_cast<float*>(output.mData), count};
 }
 
 void silence(AudioBufferList buffers) {

@@ -18,8 +18,7 @@ float softClipped(float value) {
 
 void amplifyAndClip(Samples samples, float volume) {
   for (float& sample : samples) {
-    const float clipped = softClipped(volume * sample);
-    sample = std::isfinite(clipped) ? clipped : 0.0F;
+    sample = finiteOrSilence(softClipped(volume * sample));
   }
 }
 
@@ -28,16 +27,19 @@ void amplifyAndClip(Samples samples, float volume) {
 void TapRender::render(AudioBufferList input, AudioBufferList output) noexcept {
   const float factor = volume.load(std::memory_order_relaxed);
   const std::size_t pairs = std::min(input.size(), output.size());
-  float peak = 0.0F;
+  vector::Block copied;
   for (std::size_t i = 0; i < pairs; ++i) {
-    const Samples samples = copyFinite(input[i], output[i], kernels_);
-    peak = std::max(peak, kernels_.peak(samples.data(), samples.size()));
+    const SamplePair pair = pairOf(input[i], output[i]);
+    copied.source = pair.source;
+    copied.destination = pair.destination;
+    copied.samples = pair.count;
+    kernels_.process(copied);
     if (factor != 1.0F) {
-      amplifyAndClip(samples, factor);
+      amplifyAndClip({pair.destination, pair.count}, factor);
     }
   }
   silence(output.subspan(pairs));
-  countCallback(peak);
+  countCallback(copied.peak);
 }
 
 }  // namespace orvelle

@@ -48,6 +48,9 @@ inline constexpr float mostMiddling = 0x1p20F;
 /// ... and above this, to the plain arithmetic, which knows what to do at an overflow.
 inline constexpr float mostVectorised = 0x1p100F;
 
+/// Frames that the equaliser finishes before the next stages take them.
+inline constexpr std::int32_t groupFrames = 8;
+
 /// As many stations as there are frames in a vector.
 template <class Machine>
 struct Stations {
@@ -116,23 +119,36 @@ class Cascade {
     }
   }
 
-  /// Takes `frames` frames at `samples`, followed by at least `stations` more to read and write.
-  /// Frame i comes out in place i + stations.
-  template <Flush flush>
-  [[gnu::always_inline]] inline void run(float* samples, std::int32_t frames) {
+  /// Frame i of the input, which `stations` frames of anything follow, comes out in place
+  /// i + stations of the output. `listener()` is called each time that the next
+  /// `groupFrames` frames are there, so that what follows can be computed while the filters wait
+  /// for each other; not for the last ones. It is called some groups late, when the processor has
+  /// put the frames away and can read several of them at once.
+  template <Flush flush, class Listener>
+  [[gnu::always_inline]] inline void run(const float* input, float* output, std::int32_t frames,
+                                         Listener&& listener) {
     constexpr auto delay = static_cast<std::int32_t>(stations);
+    constexpr std::int32_t lateGroups = 4;
     const std::int32_t filled = delay - 1 < frames ? delay - 1 : frames;
     std::int32_t step = 0;
     for (; step < filled; ++step) {
-      advance<flush, true>(samples, step, frames);
+      advance<flush, true>(input, output, step, frames);
+    }
+    for (std::int32_t group = 0; step + groupFrames <= frames; ++group) {
+      if (group >= lateGroups) {
+        listener();
+      }
+      for (const std::int32_t end = step + groupFrames; step < end; ++step) {
+        advance<flush, false>(input, output, step, frames);
+      }
     }
     for (; step < frames; ++step) {
-      advance<flush, false>(samples, step, frames);
+      advance<flush, false>(input, output, step, frames);
     }
     for (; step < frames + delay - 1; ++step) {
-      advance<flush, true>(samples, step, frames);
+      advance<flush, true>(input, output, step, frames);
     }
-    L::storeFirst(samples + 2 * step, L::rotated(stations_[vectors - 1].y));
+    L::storeFirst(output + 2 * step, L::rotated(stations_[vectors - 1].y));
   }
 
   /// Whether what `run` did is what the plain arithmetic does.
@@ -185,11 +201,11 @@ class Cascade {
   }
 
   template <Flush flush, bool masked>
-  [[gnu::always_inline]] inline void advance(float* samples, std::int32_t step,
+  [[gnu::always_inline]] inline void advance(const float* input, float* output, std::int32_t step,
                                              std::int32_t frames) {
     const auto leaving = L::rotated(stations_[vectors - 1].y);
-    const auto entering = L::withFirst(leaving, samples + 2 * step);
-    L::storeFirst(samples + 2 * step, leaving);
+    const auto entering = L::withFirst(leaving, input + 2 * step);
+    L::storeFirst(output + 2 * step, leaving);
     passAlong<vectors - 1, flush, masked>(entering, step, frames);
   }
 
@@ -208,112 +224,5 @@ class Cascade {
 
   Stations<Machine> stations_[vectors];
 };
-
-/// Frames between the stages: always two lanes a frame.
-struct FrameBuffer {
-  static constexpr std::size_t surplus = 16;  // more than there are stations, and than a vector
-  alignas(64) float samples[2 * (mostFrames + surplus)];
-};
-
-/// Copies a block into the buffer, flushed and scaled, and returns its peak before scaling.
-template <class Machine>
-float fill(FrameBuffer& buffer, const EqualizerTask& task, const float* samples, std::size_t frames,
-           float scale) {
-  using L = Lanes<Machine>;
-  const std::size_t count = 2 * frames;
-  auto peak = L::all(0.0F);
-  for (std::size_t i = 0; i < frames * 2; i += L::count) {
-    typename L::Float x{};
-    if (task.channels == 2 && i + L::count <= count) {
-      x = L::load(samples + i);
-    } else {
-      for (std::size_t lane = 0; lane < L::count && i + lane < count; ++lane) {
-        x[lane] = samples[task.channels == 2 ? i + lane : (i + lane) / 2];
-      }
-    }
-    x = flushed<Machine>(x);
-    const auto magnitude = L::magnitude(x);
-    peak = L::choose(magnitude > peak, magnitude, peak);
-    L::store(buffer.samples + i, x * scale);
-  }
-  for (std::size_t i = count; i < count + 2 * FrameBuffer::surplus; ++i) {
-    buffer.samples[i] = 0.0F;
-  }
-  return L::largest(peak);
-}
-
-/// The way back.
-template <class Machine>
-void empty(const float* buffer, const EqualizerTask& task, float* samples, std::size_t frames,
-           float scale) {
-  using L = Lanes<Machine>;
-  if (task.channels == 1) {
-    for (std::size_t frame = 0; frame < frames; ++frame) {
-      samples[frame] = buffer[2 * frame] * scale;
-    }
-    return;
-  }
-  std::size_t i = 0;
-  for (; i + L::count <= 2 * frames; i += L::count) {
-    L::store(samples + i, L::load(buffer + i) * scale);
-  }
-  for (; i < 2 * frames; ++i) {
-    samples[i] = buffer[i] * scale;
-  }
-}
-
-/// The largest magnitude in the bands' memory.
-template <class Machine>
-float memoryPeak(const EqualizerTask& task) {
-  float peak = 0.0F;
-  for (std::size_t band = 0; band < task.bandCount; ++band) {
-    for (std::size_t i = 0; i < 2 * task.channels; ++i) {
-      const float magnitude = __builtin_fabsf(task.band[band].memory[i]);
-      peak = magnitude > peak ? magnitude : peak;
-    }
-  }
-  return peak;
-}
-
-template <class Machine, std::size_t vectors, Flush flush>
-[[gnu::noinline]] bool attempt(FrameBuffer& buffer, const EqualizerTask& task, float* samples,
-                               std::size_t frames) {
-  constexpr bool scaled = flush == Flush::provenNeedless;
-  constexpr float most = scaled ? mostMiddling : mostVectorised;
-  if (fill<Machine>(buffer, task, samples, frames, scaled ? scaleDown : 1.0F) > most ||
-      memoryPeak<Machine>(task) > most) {
-    return false;
-  }
-  using Bands = Cascade<Machine, vectors>;
-  Bands bands;
-  Bands::load(bands, task, scaled ? scaleDown : 1.0F);
-  bands.template run<flush>(buffer.samples, static_cast<std::int32_t>(frames));
-  if (!bands.template holds<flush>()) {
-    return false;
-  }
-  bands.keepMemory(task, scaled ? scaleUp : 1.0F);
-  empty<Machine>(buffer.samples + 2 * Bands::stations, task, samples, frames,
-                 scaled ? scaleUp : 1.0F);
-  return true;
-}
-
-template <class Machine, std::size_t vectors>
-bool equaliseWith(FrameBuffer& buffer, const EqualizerTask& task, float* samples,
-                  std::size_t frames) {
-  using Bands = Cascade<Machine, vectors>;
-  if constexpr (Bands::stations < static_cast<std::size_t>(Equalizer::bands)) {
-    if (task.bandCount > Bands::stations) {
-      return equaliseWith<Machine, vectors + 1>(buffer, task, samples, frames);
-    }
-  }
-  return attempt<Machine, vectors, Flush::provenNeedless>(buffer, task, samples, frames) ||
-         attempt<Machine, vectors, Flush::everyValue>(buffer, task, samples, frames);
-}
-
-template <class Machine>
-bool equalise(const EqualizerTask& task, float* samples, std::size_t frames) {
-  FrameBuffer buffer;
-  return equaliseWith<Machine, 1>(buffer, task, samples, frames);
-}
 
 }  // namespace orvelle::vector

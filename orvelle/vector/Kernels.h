@@ -24,23 +24,31 @@ struct EqualizerTask {
   std::size_t channels = 2;  // 1 or 2
 };
 
-/// One block of interleaved samples each; in place unless said otherwise. Every function gives the
-/// same bits as the plain arithmetic in BoostRender.cpp. Real-time safe.
+/// What the stages do with one stretch of interleaved samples. Both sides may be the same memory.
+struct Block {
+  const float* source = nullptr;
+  float* destination = nullptr;
+  std::size_t samples = 0;
+  float gain = 1.0F;  // exactly 1.0: neither gain nor limiter
+  float width =
+      1.0F;  // exactly 1.0: none; else samples are stereo, a last half frame is left alone
+  float limReduction = 1.0F;
+  float peak = 0.0F;  // so far
+  /// None: no equaliser. Otherwise the samples are whole frames, `mostFrames` at most.
+  const EqualizerTask* equalizer = nullptr;
+};
+
+/// The same bits as the plain arithmetic of BoostRender.cpp and the scalar model. Real-time safe.
 struct Kernels {
   const char* name;
 
-  /// Samples that are not finite become silence. Both sides may be the same memory.
-  void (*copyFinite)(const float* source, float* destination, std::size_t samples);
-  /// The largest magnitude among finite samples.
-  float (*peak)(const float* samples, std::size_t count);
-  /// `mostFrames` frames at most. False, with nothing changed: something came so near to overflow
-  /// that the plain arithmetic has to decide. Wants coefficients that `isOrdinary`.
-  bool (*equalise)(const EqualizerTask& task, float* samples, std::size_t frames);
-  void (*amplifyAndLimit)(float* samples, std::size_t count, float gain, float& limReduction);
-  void (*widen)(float* samples, std::size_t frames, float width);
+  /// All stages, of which limiter and peak are carried on in the block itself. False: something
+  /// came so near to overflow that the plain equaliser has to decide; then nothing has happened but
+  /// that the finite samples of the source stand in the destination.
+  bool (*process)(Block& block);
 };
 
-/// Magnitudes between which a coefficient lets `Kernels::equalise` prove what it does. All curves
+/// Magnitudes between which a coefficient lets `Kernels::process` prove what it does. All curves
 /// that a person would set are inside by far.
 inline constexpr float leastCoefficient = 0x1p-7F;
 inline constexpr float mostCoefficient = 0x1p10F;

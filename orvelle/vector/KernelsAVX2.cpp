@@ -1,7 +1,7 @@
 #include "orvelle/vector/KernelTables.h"
 
 #if defined(__x86_64__)
-#include "orvelle/vector/AllKernels.h"
+#include "orvelle/vector/BlockKernel.h"
 
 namespace orvelle::vector {
 
@@ -11,7 +11,7 @@ struct Avx2 {
 };
 }  // namespace
 
-constinit const Kernels avx2Kernels = kernelsFor<Avx2>("avx2");
+constinit const Kernels avx2Kernels = {"avx2", process<Avx2>};
 
 }  // namespace orvelle::vector
 #endif

@@ -1,7 +1,7 @@
 #include "orvelle/vector/KernelTables.h"
 
 #if defined(__x86_64__)
-#include "orvelle/vector/AllKernels.h"
+#include "orvelle/vector/BlockKernel.h"
 
 namespace orvelle::vector {
 
@@ -11,7 +11,7 @@ struct Avx512 {
 };
 }  // namespace
 
-constinit const Kernels avx512Kernels = kernelsFor<Avx512>("avx512");
+constinit const Kernels avx512Kernels = {"avx512", process<Avx512>};
 
 }  // namespace orvelle::vector
 #endif

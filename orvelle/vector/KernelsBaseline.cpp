@@ -1,5 +1,5 @@
 // What every processor of its kind can run: SSE2 or NEON.
-#include "orvelle/vector/AllKernels.h"
+#include "orvelle/vector/BlockKernel.h"
 #include "orvelle/vector/KernelTables.h"
 
 namespace orvelle::vector {
@@ -11,11 +11,11 @@ struct Baseline {
 }  // namespace
 
 #if defined(__x86_64__)
-constinit const Kernels baselineKernels = kernelsFor<Baseline>("sse2");
+constinit const Kernels baselineKernels = {"sse2", process<Baseline>};
 #elif defined(__aarch64__)
-constinit const Kernels baselineKernels = kernelsFor<Baseline>("neon");
+constinit const Kernels baselineKernels = {"neon", process<Baseline>};
 #else
-constinit const Kernels baselineKernels = kernelsFor<Baseline>("plain");
+constinit const Kernels baselineKernels = {"plain", process<Baseline>};
 #endif
 
 }  // namespace orvelle::vector

@@ -81,6 +81,14 @@ struct Lanes {
       return __builtin_shufflevector(frames, frames, 0, 0, 2, 2, 4, 4, 6, 6);
     }
   }
+  /// The right sample of each frame with its sign changed, that of a zero too.
+  ORVELLE_INLINE Float rightNegated(Float frames) {
+    if constexpr (count == 4) {
+      return number(bits(frames) ^ Int{0, INT32_MIN, 0, INT32_MIN});
+    } else {
+      return number(bits(frames) ^ Int{0, INT32_MIN, 0, INT32_MIN, 0, INT32_MIN, 0, INT32_MIN});
+    }
+  }
   /// Each frame one place up, the last one in the first place.
   ORVELLE_INLINE Float rotated(Float frames) {
     if constexpr (count == 4) {
@@ -126,6 +134,10 @@ struct Lanes {
     }
     return set != 0;
 #endif
+  }
+
+  ORVELLE_INLINE Float larger(Float one, Float other) {
+    return one > other ? one : other;
   }
 
   ORVELLE_INLINE float largest(Float values) {

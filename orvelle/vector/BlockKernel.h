@@ -1,0 +1,154 @@
+// The whole chain over one block of samples: which path it takes, and the way through it.
+#pragma once
+
+#include "orvelle/vector/EqualizerKernel.h"
+#include "orvelle/vector/FinishKernel.h"
+#include "orvelle/vector/Kernels.h"
+
+namespace orvelle::vector {
+
+/// Below this, a block is fading away, and the proof would soon fail.
+inline constexpr float leastMiddling = 0x1p-32F;
+
+/// Frames between the stages, two lanes a frame: a single channel is in both.
+struct FrameBuffer {
+  static constexpr std::size_t surplus = 16;  // as many as there can be stations, or lanes
+  alignas(64) float samples[2 * (mostFrames + surplus)];
+};
+
+/// Copies a block into the buffer, finite, flushed and scaled down. Returns its peak, not scaled.
+template <class Machine>
+float fill(FrameBuffer& buffer, const Block& block) {
+  using L = Lanes<Machine>;
+  const bool isMono = block.equalizer->channels == 1;
+  const std::size_t lanes = isMono ? 2 * block.samples : block.samples;
+  auto peak = L::all(0.0F);
+  for (std::size_t i = 0; i < lanes; i += L::count) {
+    typename L::Float x{};
+    if (!isMono && i + L::count <= lanes) {
+      x = L::load(block.source + i);
+    } else {
+      for (std::size_t lane = 0; lane < L::count && i + lane < lanes; ++lane) {
+        x[lane] = block.source[isMono ? (i + lane) / 2 : i + lane];
+      }
+    }
+    const auto magnitude = L::magnitude(x);
+    x = L::keep((magnitude >= Equalizer::denormalFloor) & L::isFinite(x), x);
+    peak = L::larger(L::magnitude(x), peak);
+    L::store(buffer.samples + i, x * scaleDown);
+  }
+  for (std::size_t i = lanes; i < lanes + 2 * FrameBuffer::surplus; ++i) {
+    buffer.samples[i] = 0.0F;
+  }
+  return L::largest(peak);
+}
+
+/// The largest magnitude in the bands' memory; infinite as well where it has no number.
+template <class Machine>
+float memoryPeak(const EqualizerTask& task) {
+  float peak = 0.0F;
+  for (std::size_t band = 0; band < task.bandCount; ++band) {
+    for (std::size_t i = 0; i < 2 * task.channels; ++i) {
+      const float magnitude = __builtin_fabsf(task.band[band].memory[i]);
+      if (!(magnitude <= mostVectorised)) {
+        return __builtin_inff();
+      }
+      peak = magnitude > peak ? magnitude : peak;
+    }
+  }
+  return peak;
+}
+
+/// A single channel back from two lanes, in place.
+template <class Machine>
+void leaveLeft(float* frames, std::size_t count) {
+  for (std::size_t frame = 0; frame < count; ++frame) {
+    frames[frame] = frames[2 * frame];
+  }
+}
+
+/// The stages behind the equaliser on their own.
+template <class Machine, class Source>
+void finishAll(Block& block, const float* source, float scale) {
+  Finish<Machine, Source> finish(block, source, scale);
+  finish.takeRest(block);
+}
+
+/// False if the result does not hold; the destination may have been written all the same.
+template <class Machine, std::size_t vectors, Flush flush>
+bool equaliseAndFinish(Block& block, const FrameBuffer& input) {
+  constexpr float scale = flush == Flush::provenNeedless ? scaleDown : 1.0F;
+  using Bands = Cascade<Machine, vectors>;
+  const EqualizerTask& task = *block.equalizer;
+  if constexpr (Bands::stations < static_cast<std::size_t>(Equalizer::bands)) {
+    if (task.bandCount > Bands::stations) {
+      return equaliseAndFinish<Machine, vectors + 1, flush>(block, input);
+    }
+  }
+  Bands bands;
+  Bands::load(bands, task, scale);
+  FrameBuffer output;
+  float* const equalised = output.samples + 2 * Bands::stations;
+  Finish<Machine, FromEqualizer> finish(block, equalised, 1.0F / scale);
+  const auto frames = static_cast<std::int32_t>(block.samples / task.channels);
+  if (task.channels == 2 && flush == Flush::provenNeedless) {
+    bands.template run<flush>(
+        input.samples, output.samples,
+        frames, [&finish]() __attribute__((always_inline)) { finish.takeGroup(); });
+  } else {
+    bands.template run<flush>(input.samples, output.samples, frames, [] {});
+    if (task.channels == 1) {
+      leaveLeft<Machine>(equalised, block.samples);
+    }
+  }
+  if (!bands.template holds<flush>()) {
+    return false;
+  }
+  finish.takeRest(block);
+  bands.keepMemory(task, 1.0F / scale);
+  return true;
+}
+
+template <class Machine>
+void scaleBack(FrameBuffer& buffer) {
+  using L = Lanes<Machine>;
+  for (std::size_t i = 0; i < 2 * mostFrames; i += L::count) {
+    L::store(buffer.samples + i, L::load(buffer.samples + i) * scaleUp);
+  }
+}
+
+template <class Machine>
+bool process(Block& block) {
+  if (block.equalizer == nullptr) {
+    finishAll<Machine, FromInput>(block, block.source, 1.0F);
+    return true;
+  }
+  const EqualizerTask& task = *block.equalizer;
+  FrameBuffer input;
+  const float inputPeak = fill<Machine>(input, block);
+  const float rememberedPeak = memoryPeak<Machine>(task);
+  const float most = inputPeak > rememberedPeak ? inputPeak : rememberedPeak;
+  const bool isSilent = most == 0.0F;
+  if (isSilent || (task.bandCount == 0 && most <= mostVectorised)) {
+    if (task.channels == 1) {
+      leaveLeft<Machine>(input.samples, block.samples);
+    }
+    finishAll<Machine, FromEqualizer>(block, input.samples, scaleUp);
+    return true;
+  }
+  if (most >= leastMiddling && most <= mostMiddling &&
+      equaliseAndFinish<Machine, 1, Flush::provenNeedless>(block, input)) {
+    return true;
+  }
+  scaleBack<Machine>(input);
+  if (most <= mostVectorised && equaliseAndFinish<Machine, 1, Flush::everyValue>(block, input)) {
+    return true;
+  }
+  if (task.channels == 1) {
+    leaveLeft<Machine>(input.samples, block.samples);
+  }
+  __builtin_memcpy(block.destination, input.samples, block.samples * sizeof(float));
+  return false;
+}
+
+}  // namespace orvelle::vector
