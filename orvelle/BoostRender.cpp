@@ -69,10 +69,13 @@ void equalise(Samples samples, std::int64_t deviceChannels,
 
 /// Whether the vector stages can tell what these coefficients do; also false for a NaN.
 bool areOrdinary(const Equalizer::Coefficients& coefficients) {
-  return std::all_of(coefficients.begin(), coefficients.end(), [](float coefficient) {
+  bool ordinary = true;
+  for (const float coefficient : coefficients) {
     const float magnitude = std::fabs(coefficient);
-    return magnitude >= vector::leastCoefficient && magnitude <= vector::mostCoefficient;
-  });
+    ordinary &= magnitude >= vector::leastCoefficient;
+    ordinary &= magnitude <= vector::mostCoefficient;
+  }
+  return ordinary;
 }
 
 /// A band at 0 dB that remembers nothing puts out, bit for bit, what it gets, and goes on

@@ -7,8 +7,17 @@
 
 namespace orvelle::vector {
 
-/// Below this, a block is fading away, and the proof would soon fail.
-inline constexpr float leastMiddling = 0x1p-32F;
+/// From here on, every number is a multiple of 2^-66.
+inline constexpr float leastMiddling = 0x1p-43F;
+
+/// Below this, all is fading away, and the proof would soon fail.
+inline constexpr float leastSound = 0x1p-32F;
+
+/// The least magnitude that is not 0 (as far as it is below `leastMiddling`), and the largest.
+struct Range {
+  float least;
+  float most;
+};
 
 /// Frames between the stages, two lanes a frame: a single channel is in both.
 struct FrameBuffer {
@@ -16,13 +25,14 @@ struct FrameBuffer {
   alignas(64) float samples[2 * (mostFrames + surplus)];
 };
 
-/// Copies a block into the buffer, finite, flushed and scaled down. Returns its peak, not scaled.
+/// Copies a block into the buffer, finite, flushed and scaled down. Returns its range, not scaled.
 template <class Machine>
-float fill(FrameBuffer& buffer, const Block& block) {
+Range fill(FrameBuffer& buffer, const Block& block) {
   using L = Lanes<Machine>;
   const bool isMono = block.equalizer->channels == 1;
   const std::size_t lanes = isMono ? 2 * block.samples : block.samples;
-  auto peak = L::all(0.0F);
+  auto most = L::all(0);
+  auto tiny = L::all(0);
   for (std::size_t i = 0; i < lanes; i += L::count) {
     typename L::Float x{};
     if (!isMono && i + L::count <= lanes) {
@@ -33,30 +43,34 @@ float fill(FrameBuffer& buffer, const Block& block) {
       }
     }
     const auto magnitude = L::magnitude(x);
-    x = L::keep((magnitude >= Equalizer::denormalFloor) & L::isFinite(x), x);
-    peak = L::larger(L::magnitude(x), peak);
-    L::store(buffer.samples + i, x * scaleDown);
+    const auto isKept = (magnitude >= Equalizer::denormalFloor) & L::isFinite(x);
+    tiny |= isKept & (magnitude < leastMiddling);
+    most = L::larger(L::bits(magnitude) & isKept, most);
+    L::store(buffer.samples + i, L::keep(isKept, x) * scaleDown);
   }
   for (std::size_t i = lanes; i < lanes + 2 * FrameBuffer::surplus; ++i) {
     buffer.samples[i] = 0.0F;
   }
-  return L::largest(peak);
+  return {L::any(tiny) ? Equalizer::denormalFloor : leastMiddling, L::largest(L::number(most))};
 }
 
-/// The largest magnitude in the bands' memory; infinite as well where it has no number.
+/// What the bands remember. Counts as infinite where it is no number.
 template <class Machine>
-float memoryPeak(const EqualizerTask& task) {
-  float peak = 0.0F;
+Range remembered(const EqualizerTask& task) {
+  Range range = {leastMiddling, 0.0F};
   for (std::size_t band = 0; band < task.bandCount; ++band) {
     for (std::size_t i = 0; i < 2 * task.channels; ++i) {
       const float magnitude = __builtin_fabsf(task.band[band].memory[i]);
       if (!(magnitude <= mostVectorised)) {
-        return __builtin_inff();
+        return {range.least, __builtin_inff()};
       }
-      peak = magnitude > peak ? magnitude : peak;
+      range.most = magnitude > range.most ? magnitude : range.most;
+      if (magnitude != 0.0F && magnitude < range.least) {
+        range.least = magnitude;
+      }
     }
   }
-  return peak;
+  return range;
 }
 
 /// A single channel back from two lanes, in place.
@@ -94,7 +108,7 @@ bool equaliseAndFinish(Block& block, const FrameBuffer& input) {
   if (task.channels == 2 && flush == Flush::provenNeedless) {
     bands.template run<flush>(
         input.samples, output.samples,
-        frames, [&finish]() __attribute__((always_inline)) { finish.takeGroup(); });
+        frames, [&finish]() __attribute__((always_inline)) { finish.takeVector(); });
   } else {
     bands.template run<flush>(input.samples, output.samples, frames, [] {});
     if (task.channels == 1) {
@@ -125,9 +139,11 @@ bool process(Block& block) {
   }
   const EqualizerTask& task = *block.equalizer;
   FrameBuffer input;
-  const float inputPeak = fill<Machine>(input, block);
-  const float rememberedPeak = memoryPeak<Machine>(task);
-  const float most = inputPeak > rememberedPeak ? inputPeak : rememberedPeak;
+  const Range heard = fill<Machine>(input, block);
+  const Range memory = remembered<Machine>(task);
+  const float most = heard.most > memory.most ? heard.most : memory.most;
+  const bool isOrdinary = heard.least >= leastMiddling && memory.least >= leastMiddling &&
+                          most >= leastSound && most <= mostMiddling;
   const bool isSilent = most == 0.0F;
   if (isSilent || (task.bandCount == 0 && most <= mostVectorised)) {
     if (task.channels == 1) {
@@ -136,8 +152,7 @@ bool process(Block& block) {
     finishAll<Machine, FromEqualizer>(block, input.samples, scaleUp);
     return true;
   }
-  if (most >= leastMiddling && most <= mostMiddling &&
-      equaliseAndFinish<Machine, 1, Flush::provenNeedless>(block, input)) {
+  if (isOrdinary && equaliseAndFinish<Machine, 1, Flush::provenNeedless>(block, input)) {
     return true;
   }
   scaleBack<Machine>(input);

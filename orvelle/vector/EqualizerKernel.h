@@ -31,11 +31,14 @@ enum class Flush {
   everyValue,
   /// None is, and a proof is kept that none had to be. All numbers are smaller by 2^-28, which is
   /// exact. Then bit 29 of a number, the second of its exponent, says that it lies between 2^-35
-  /// and 2^29 of its true size, far from the floor; ANDing all values of y and z1 shows whether
-  /// this was so throughout. (Beyond 2^93 the bit is set again, but with coefficients of 2^10 at
-  /// most nothing gets there without having been in between.) z2 is a difference of two products.
-  /// With y of at least 2^-35 and coefficients of at least 2^-7, it is exactly 0, or at least the
-  /// last place of a product of 2^-43, 2^-66: still above the floor of 1e-20.
+  /// and 2^29 of its true size; ANDing all values of y shows whether this was so throughout.
+  /// (Beyond
+  /// 2^93 the bit is set again, but with coefficients of 2^10 at most nothing gets there without
+  /// having been in between.) A coefficient is at least 2^-7, so each product is at least 2^-42,
+  /// and
+  /// a multiple of 2^-66, the last place of such a number. So are z1 and z2, as sums of products:
+  /// either exactly 0, or at least 2^-66, which is still above the floor of 1e-20. This holds from
+  /// the first sample on if what comes in and what is remembered are also multiples of 2^-66.
   provenNeedless,
 };
 
@@ -48,9 +51,6 @@ inline constexpr float mostMiddling = 0x1p20F;
 /// ... and above this, to the plain arithmetic, which knows what to do at an overflow.
 inline constexpr float mostVectorised = 0x1p100F;
 
-/// Frames that the equaliser finishes before the next stages take them.
-inline constexpr std::int32_t groupFrames = 8;
-
 /// As many stations as there are frames in a vector.
 template <class Machine>
 struct Stations {
@@ -60,7 +60,7 @@ struct Stations {
   typename L::Float y;
   typename L::Int position;   // of the station, in the row of all of them
   typename L::Int isBand;     // not one that only passes on
-  typename L::Int middling;   // bit 29: every y and z1 so far had it
+  typename L::Int middling;   // bit 29: every y so far had it
   typename L::Int excessive;  // mask: some y was beyond what may be done here
 };
 
@@ -93,9 +93,9 @@ ORVELLE_INLINE void filter(Stations<Machine>& s, typename Lanes<Machine>::Float 
   if constexpr (flush == Flush::everyValue) {
     s.excessive |= ~(L::magnitude(y) < mostVectorised) & hasSample;
   } else if constexpr (masked) {
-    s.middling &= (L::bits(y) & L::bits(z1)) | ~hasSample;
+    s.middling &= L::bits(y) | ~hasSample;
   } else {
-    s.middling &= L::bits(y) & L::bits(z1);
+    s.middling &= L::bits(y);
   }
   s.y = y;
   s.z1 = z1;
@@ -112,6 +112,16 @@ class Cascade {
   static constexpr std::size_t stations = vectors * places;
 
   ORVELLE_INLINE void load(Cascade& cascade, const EqualizerTask& task, float scale) {
+    for (std::size_t v = 0; v < vectors; ++v) {
+      Stations<Machine>& s = cascade.stations_[v];
+      for (std::size_t lane = 0; lane < L::count; ++lane) {
+        s.position[lane] = static_cast<std::int32_t>(v + lane / 2 * vectors);
+      }
+      s.isBand = s.position < static_cast<std::int32_t>(task.bandCount);
+      s.middling = L::all(-1);
+      s.excessive = L::all(0);
+      s.y = L::all(0.0F);
+    }
     for (std::size_t station = 0; station < stations; ++station) {
       for (std::size_t channel = 0; channel < 2; ++channel) {
         cascade.loadLane(task, station, channel, scale);
@@ -121,34 +131,38 @@ class Cascade {
 
   /// Frame i of the input, which `stations` frames of anything follow, comes out in place
   /// i + stations of the output. `listener()` is called each time that the next
-  /// `groupFrames` frames are there, so that what follows can be computed while the filters wait
+  /// vector of frames is there, so that what follows can be computed while the filters wait
   /// for each other; not for the last ones. It is called some groups late, when the processor has
   /// put the frames away and can read several of them at once.
   template <Flush flush, class Listener>
   [[gnu::always_inline]] inline void run(const float* input, float* output, std::int32_t frames,
                                          Listener&& listener) {
+    // A copy that nobody else can point at: the compiler may keep it in registers.
+    Cascade here = *this;
     constexpr auto delay = static_cast<std::int32_t>(stations);
-    constexpr std::int32_t lateGroups = 4;
+    constexpr std::int32_t lateGroups = 8;
+    constexpr auto groupFrames = static_cast<std::int32_t>(L::count / 2);
     const std::int32_t filled = delay - 1 < frames ? delay - 1 : frames;
     std::int32_t step = 0;
     for (; step < filled; ++step) {
-      advance<flush, true>(input, output, step, frames);
+      here.template advance<flush, true>(input, output, step, frames);
     }
     for (std::int32_t group = 0; step + groupFrames <= frames; ++group) {
       if (group >= lateGroups) {
         listener();
       }
       for (const std::int32_t end = step + groupFrames; step < end; ++step) {
-        advance<flush, false>(input, output, step, frames);
+        here.template advance<flush, false>(input, output, step, frames);
       }
     }
     for (; step < frames; ++step) {
-      advance<flush, false>(input, output, step, frames);
+      here.template advance<flush, false>(input, output, step, frames);
     }
     for (; step < frames + delay - 1; ++step) {
-      advance<flush, true>(input, output, step, frames);
+      here.template advance<flush, true>(input, output, step, frames);
     }
-    L::storeFirst(output + 2 * step, L::rotated(stations_[vectors - 1].y));
+    L::storeFirst(output + 2 * step, L::rotated(here.stations_[vectors - 1].y));
+    *this = here;
   }
 
   /// Whether what `run` did is what the plain arithmetic does.
@@ -193,11 +207,6 @@ class Cascade {
     s.a2[lane] = c[4];
     s.z1[lane] = memory[0] * scale;
     s.z2[lane] = memory[1] * scale;
-    s.y[lane] = 0.0F;
-    s.position[lane] = static_cast<std::int32_t>(station);
-    s.isBand[lane] = isBand ? -1 : 0;
-    s.middling[lane] = -1;
-    s.excessive[lane] = 0;
   }
 
   template <Flush flush, bool masked>

@@ -37,7 +37,10 @@ class Limiter {
   using OneMask = LaneTypes<4>::Int;
 
  public:
-  Limiter(float gain, float reduction) : gain_(gain), reduction_(reduction) { findRest(); }
+  [[gnu::always_inline]] inline Limiter(float gain, float reduction)
+      : gain_(gain), reduction_(reduction) {
+    findRest();
+  }
 
   float reduction() const { return reduction_; }
 
@@ -65,7 +68,7 @@ class Limiter {
   static constexpr float attackShare = 1.0F - attack;
   static constexpr float releaseShare = 1.0F - release;
 
-  void findRest() {
+  [[gnu::always_inline]] inline void findRest() {
     atRest_ = reduction_ <= 1.0F && reduction_ * release + releaseShare == reduction_;
   }
 
@@ -168,7 +171,7 @@ class Finish {
   using Float = typename L::Float;
 
  public:
-  Finish(const Block& block, const float* source, float scale)
+  [[gnu::always_inline]] inline Finish(const Block& block, const float* source, float scale)
       : source_(source),
         destination_(block.destination),
         scale_(scale),
@@ -184,14 +187,8 @@ class Finish {
     done_ += L::count;
   }
 
-  [[gnu::always_inline]] inline void takeGroup() {
-    for (std::size_t i = 0; i < 2 * groupFrames; i += L::count) {
-      takeVector();
-    }
-  }
-
   /// All others, up to `samples`; then the block is told what it carries on.
-  void takeRest(Block& block) {
+  [[gnu::always_inline]] inline void takeRest(Block& block) {
     while (done_ + L::count <= block.samples) {
       takeVector();
     }
@@ -201,14 +198,14 @@ class Finish {
       const Float x = Source::template taken<Machine>(some, scale_);
       storeSome<Machine>(destination_ + done_, finished(x, rest), rest);
     }
-    const float peak = L::largest(peak_);
+    const float peak = L::largest(L::number(peak_));
     block.peak = peak > block.peak ? peak : block.peak;
     block.limReduction = limiter_.reduction();
   }
 
  private:
   [[gnu::always_inline]] inline Float finished(Float x, std::size_t count) {
-    peak_ = L::larger(L::magnitude(x), peak_);
+    peak_ = L::larger(L::bits(L::magnitude(x)), peak_);
     if (limits_) {
       x = limiter_.limit(x, count);
     }
@@ -229,7 +226,7 @@ class Finish {
   float width_;
   bool limits_;
   bool widens_;
-  Float peak_{};
+  typename L::Int peak_{};  // without their sign, numbers are ordered as their bits
   Limiter<Machine> limiter_;
 };
 

@@ -136,7 +136,7 @@ struct Lanes {
 #endif
   }
 
-  ORVELLE_INLINE Float larger(Float one, Float other) {
+  ORVELLE_INLINE Int larger(Int one, Int other) {
     return one > other ? one : other;
   }
 
