@@ -15,9 +15,9 @@ Usable findUsable() {
   const auto add = [&usable](const Kernels& kernels) { usable.kernels[usable.count++] = &kernels; };
 #if defined(__x86_64__)
   __builtin_cpu_init();
-  const bool hasAvx2 = __builtin_cpu_supports("avx2") != 0;
-  if (hasAvx2 && __builtin_cpu_supports("avx512f") != 0 &&
-      __builtin_cpu_supports("avx512vl") != 0) {
+  const bool hasAvx2 = static_cast<bool>(__builtin_cpu_supports("avx2"));
+  if (hasAvx2 && static_cast<bool>(__builtin_cpu_supports("avx512f")) &&
+      static_cast<bool>(__builtin_cpu_supports("avx512vl"))) {
     add(avx512Kernels);
   }
   if (hasAvx2) {

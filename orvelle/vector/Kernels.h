@@ -19,7 +19,7 @@ struct EqualizerTask {
     const float* coefficients;  // b0, b1, b2, a1, a2
     float* memory;              // z1, z2 of the left channel; of the right one, if there is one
   };
-  std::array<Band, Equalizer::bands> band;
+  std::array<Band, Equalizer::bands> band{};
   std::size_t bandCount = 0;
   std::size_t channels = 2;  // 1 or 2
 };
