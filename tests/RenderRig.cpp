@@ -115,6 +115,8 @@ const std::vector<Mode>& modes() {
       {"flat equaliser", 1.0F, 1.0F, presetGains(EQPreset::flat)},
       {"equaliser", 1.0F, 1.0F, presetGains(EQPreset::music)},
       {"equaliser and gain", 8.0F, 1.0F, presetGains(EQPreset::bass)},
+      // Forgets a click within one callback.
+      {"treble alone", 1.0F, 1.0F, {0, 0, 0, 0, 0, 0, 0, 0, -6, 9}},
       {"mono", 1.0F, 0.0F},
       {"wide", 1.0F, 1.7F},
       {"gain and width", 4.0F, 2.0F},
