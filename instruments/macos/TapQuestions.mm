@@ -1,4 +1,3 @@
-#include <CoreAudio/AudioHardwareTapping.h>
 #include <CoreAudio/CoreAudio.h>
 #include <unistd.h>
 
@@ -118,7 +117,7 @@ void askTaps(Report& report) {
     const OSStatus destroyed = aggregate.destroy();
     report.check("tap-aggregate-destroyed", destroyed == 0, codeText(destroyed));
   }
-  const OSStatus destroyed = AudioHardwareDestroyProcessTap(tap);
+  const OSStatus destroyed = orvelle::coreaudio::destroyTap(tap);
   report.check("tap-destroyed", destroyed == 0, codeText(destroyed));
 }
 

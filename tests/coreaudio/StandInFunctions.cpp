@@ -89,9 +89,4 @@ OSStatus AudioDeviceStop(AudioObjectID device, AudioDeviceIOProcID procID) {
   return StandIn::current().stop(device, procID);
 }
 
-OSStatus AudioHardwareDestroyProcessTap(AudioObjectID tap) {
-  checkThread("AudioHardwareDestroyProcessTap");
-  return StandIn::current().destroyTap(tap);
-}
-
 }  // extern "C"

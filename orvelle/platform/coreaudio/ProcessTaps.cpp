@@ -39,7 +39,7 @@ std::vector<AudioObjectID> processesWith(const std::vector<std::int32_t>& pids) 
 
 ProcessTaps::~ProcessTaps() {
   for (const auto& [uid, tap] : taps_) {
-    AudioHardwareDestroyProcessTap(ids_.hal(tap.id));
+    destroyTap(ids_.hal(tap.id));
   }
 }
 
@@ -87,8 +87,7 @@ OSStatus ProcessTaps::destroy(AudioObjectID tap) {
       taps_.erase(found);
     }
   }
-  return isInUse ? setTapMuteBehavior(hal, TapMuteBehavior::unmuted)
-                 : AudioHardwareDestroyProcessTap(hal);
+  return isInUse ? setTapMuteBehavior(hal, TapMuteBehavior::unmuted) : destroyTap(hal);
 }
 
 std::string ProcessTaps::acquire(const std::string& uid) {
@@ -112,7 +111,7 @@ void ProcessTaps::release(const std::string& uid) {
     hal = ids_.hal(tap->id);
     taps_.erase(uid);
   }
-  AudioHardwareDestroyProcessTap(hal);
+  destroyTap(hal);
 }
 
 bool ProcessTaps::waitsForSound(const std::string& uid) const {

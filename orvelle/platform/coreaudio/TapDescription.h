@@ -1,4 +1,4 @@
-// Making process taps: the one part of the HAL that has no C form.
+// Making process taps: the one part of the HAL that C++ does not see.
 #pragma once
 
 #include <string>
@@ -15,5 +15,8 @@ OSStatus createTap(const std::vector<AudioObjectID>& processes, bool isPrivate,
 
 /// Changes what the processes of a tap are heard of on their normal path.
 OSStatus setTapMuteBehavior(AudioObjectID tap, TapMuteBehavior muteBehavior);
+
+/// Ends a tap, which no aggregate may have any more.
+OSStatus destroyTap(AudioObjectID tap);
 
 }  // namespace orvelle::coreaudio

@@ -183,6 +183,5 @@ OSStatus AudioDeviceCreateIOProcID(AudioObjectID device, AudioDeviceIOProc proc,
 OSStatus AudioDeviceDestroyIOProcID(AudioObjectID device, AudioDeviceIOProcID procID);
 OSStatus AudioDeviceStart(AudioObjectID device, AudioDeviceIOProcID procID);
 OSStatus AudioDeviceStop(AudioObjectID device, AudioDeviceIOProcID procID);
-OSStatus AudioHardwareDestroyProcessTap(AudioObjectID tap) ORVELLE_SINCE_MACOS(14.2);
 
 }  // extern "C"
