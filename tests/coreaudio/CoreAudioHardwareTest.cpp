@@ -10,8 +10,9 @@
 
 namespace orvelle {
 
-// Fault: a fresh aggregate is taken for ready while it answers to nothing or has no streams yet, or
-// one that never becomes ready is left behind.
+// Fault: a fresh aggregate is taken for ready while it answers to nothing or has no streams yet,
+// one that never becomes ready is left behind, or its loopback is looked for beyond what callbacks
+// get.
 TEST_F(CoreAudioHardwareTest, FreshAggregateIsWaitedFor) {
   adversity().freshAggregatesAreUnknownSeconds = 0.3;
   adversity().streamsLagSeconds = 0.5;
@@ -27,19 +28,32 @@ TEST_F(CoreAudioHardwareTest, FreshAggregateIsWaitedFor) {
   EXPECT_EQ(never, kAudioObjectUnknown);
   EXPECT_EQ(world.aggregateCount(), 0U);
   EXPECT_LT(queue.now(), 5.0);
+
+  adversity() = {};
+  DeviceDescription speakers = world.unplug(kSpeakers);
+  for (const auto& [inputs, status] :
+       {std::pair(31U, kAudioHardwareNoError), std::pair(40U, kAudioHardwareBadDeviceError)}) {
+    speakers.inputBuffers.assign(inputs, 1);
+    world.plug(speakers);
+    AudioObjectID made = kAudioObjectUnknown;
+    EXPECT_EQ(makeAggregate(made), status) << inputs << " inputs before the loopback";
+    door->destroyAggregateDevice(made);
+    world.unplug(kSpeakers);
+  }
 }
 
 // Fault: the layers above see aggregates of our own come and go, which cannot even say who they
 // are, and take them for new devices; or they miss a device that comes at the same time.
 TEST_F(CoreAudioHardwareTest, OwnAggregatesAreNobodysNews) {
-  adversity().freshAggregatesAreUnknownSeconds = 0.1;
   adversity().destroyedAggregatesLingerSeconds = 0.5;
   const std::vector<std::string> before = listedUIDs();
   int news = 0;
   ListenerToken token = 0;
   const auto count = [&news] { ++news; };
   ASSERT_EQ(door->addPropertyListener(kAudioObjectSystemObject, kDevices, count, token), 0);
-  for (int round = 0; round < 3; ++round) {
+  adversity().duringCreation = [&] { EXPECT_EQ(listedUIDs(), before) << "while it is made"; };
+  for (const double unknownSeconds : {0.1, 0.0, 0.1}) {
+    adversity().freshAggregatesAreUnknownSeconds = unknownSeconds;
     AudioObjectID aggregate = kAudioObjectUnknown;
     ASSERT_EQ(makeAggregate(aggregate), 0);
     EXPECT_EQ(listedUIDs(), before);
@@ -85,8 +99,8 @@ TEST_F(CoreAudioHardwareTest, ChangesAreThoseSinceTheListenerCame) {
   EXPECT_EQ(door->removePropertyListener(token), 0);
 }
 
-// Fault: a start that fails once, or comes to nothing once, is the end of a tap; the boost's own
-// attempts are multiplied; or a device that never runs counts as started.
+// Fault: a start that fails once, comes to nothing once, or takes its time, is the end of a tap;
+// the boost's own attempts are multiplied; or a device that never runs counts as started.
 TEST_F(CoreAudioHardwareTest, StartsThatFailOnceAreRepeated) {
   adversity().failingStarts = 1;
   tapPlayer();
@@ -97,6 +111,13 @@ TEST_F(CoreAudioHardwareTest, StartsThatFailOnceAreRepeated) {
   tapPlayer();
   EXPECT_TRUE(tap.isRunning());
   tap.stop();
+  adversity() = {};
+  adversity().runningLagSeconds = 0.7;
+  tapPlayer();
+  EXPECT_TRUE(tap.isRunning());
+  tap.stop();
+  adversity() = {};
+  adversity().startsWithoutRunning = 1;
   boost();
   EXPECT_NEAR(heard(kSpeakers), kPlayed * volumeFactor(0.5F), 1e-6F);
   engine.stop(true);
@@ -148,9 +169,6 @@ TEST_F(CoreAudioHardwareTest, DescriptionsArriveWhole) {
   boost();
   tapPlayer();
   const auto texts = world.logTexts();
-  const auto isCreation = [](const std::string& text) {
-    return text.starts_with("create private");
-  };
   std::vector<std::string> creations;
   std::ranges::copy_if(texts, std::back_inserter(creations), isCreation);
   ASSERT_EQ(creations.size(), 2U);

@@ -77,6 +77,13 @@ class CoreAudioHardwareTest : public testing::Test {
     return uids;
   }
 
+  /// Of a line of the world's log: whether it tells of a new aggregate.
+  static bool isCreation(const std::string& text) { return text.starts_with("create private"); }
+
+  [[nodiscard]] std::ptrdiff_t aggregatesMade() const {
+    return std::ranges::count_if(world.logTexts(), isCreation);
+  }
+
   [[nodiscard]] std::ptrdiff_t timesAsked(const std::string& text) const {
     return std::ranges::count(world.logTexts(), text);
   }

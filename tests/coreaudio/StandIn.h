@@ -27,12 +27,18 @@ struct Adversity {
   double freshAggregatesAreUnknownSeconds = 0.0;
   /// It has no streams yet, counted from its creation.
   double streamsLagSeconds = 0.0;
+  /// The streams of its taps come later still.
+  double tapStreamsLagSeconds = 0.0;
+  /// Called while one is listed, and its creation has not returned yet.
+  std::function<void()> duringCreation;
   /// An aggregate that was destroyed is still listed.
   double destroyedAggregatesLingerSeconds = 0.0;
   /// Of each callback: so many first starts fail.
   int failingStarts = 0;
   /// Of each callback: so many first starts succeed, and the device does not run.
   int startsWithoutRunning = 0;
+  /// From a start until the device says that it runs.
+  double runningLagSeconds = 0.0;
   /// Of each callback: so many first starts succeed, the device says that it runs, and nobody is
   /// called.
   int startsWithoutCalls = 0;

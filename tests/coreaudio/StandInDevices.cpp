@@ -77,6 +77,9 @@ OSStatus StandIn::createAggregate(CFDictionaryRef dictionary, ::AudioObjectID& d
     const std::lock_guard lock(mutex_);
     aggregates_[device] = {description, queue_.now()};
   }
+  if (status == kAudioHardwareNoError && adversity.duringCreation) {
+    adversity.duringCreation();
+  }
   callListenersDuringCall();
   return status;
 }
@@ -151,9 +154,16 @@ OSStatus StandIn::destroyIOProc(::AudioObjectID device, ::AudioDeviceIOProcID pr
   const OSStatus status = world_.destroyIOProcID(worldID(device), proc->worldID);
   if (adversity.callsLate) {
     callLater([proc] {
-      std::array<float, 4> samples{};
-      const std::array buffers = {AudioBuffer{2, sizeof(samples), samples.data()}};
-      proc->call(buffers, buffers);
+      std::array<float, 4> played{};
+      std::array<float, 4> untouched{};
+      untouched.fill(7.0F);
+      std::array<float, 4> output = untouched;
+      const std::array inputs = {AudioBuffer{2, sizeof(played), played.data()}};
+      const std::array outputs = {AudioBuffer{2, sizeof(output), output.data()}};
+      proc->call(inputs, outputs);
+      if (output != untouched) {
+        reportFault("a late call of a destroyed callback runs its block");
+      }
     });
   }
   return status;
@@ -173,6 +183,7 @@ OSStatus StandIn::start(::AudioObjectID device, ::AudioDeviceIOProcID procID) {
   }
   proc->callsNobody = start <= adversity.startsWithoutCalls;
   proc->isStarted = true;
+  proc->startedAt = queue_.now();
   return start <= adversity.startsWithoutRunning
              ? kAudioHardwareNoError
              : world_.startDevice(worldID(device), proc->worldID);
@@ -251,6 +262,11 @@ OSStatus createTap(const std::vector<AudioObjectID>& processes, bool isPrivate,
 OSStatus setTapMuteBehavior(AudioObjectID tap, TapMuteBehavior muteBehavior) {
   checkThread("AudioObjectSetPropertyData");
   return StandIn::current().setTapMuteBehavior(tap, muteBehavior);
+}
+
+OSStatus destroyTap(AudioObjectID tap) {
+  checkThread("AudioHardwareDestroyProcessTap");
+  return StandIn::current().destroyTap(tap);
 }
 
 }  // namespace orvelle::coreaudio

@@ -24,6 +24,7 @@ struct StandIn::IOProc {
   std::vector<std::uint32_t> isStreamOn;
   int starts = 0;
   bool isStarted = false;
+  double startedAt = 0.0;  // seconds of the queue
   std::atomic<bool> callsNobody{false};
   std::atomic<bool> refusesRecording{false};
 

@@ -112,14 +112,29 @@ bool StandIn::isUnknownYet(::AudioObjectID object) {
          queue_.now() < found->second.createdAt + adversity.freshAggregatesAreUnknownSeconds;
 }
 
-/// An aggregate whose parts have not been found yet has no streams.
+/// An aggregate whose parts have not been found yet has no streams; what was just started does not
+/// run yet.
 void StandIn::lag(::AudioObjectID object, const ::AudioObjectPropertyAddress& address,
                   PropertyValue& value) {
   const std::lock_guard lock(mutex_);
+  if (address.mSelector == kAudioDevicePropertyDeviceIsRunning &&
+      std::ranges::any_of(procs_, [&](const auto& keyed) {
+        return keyed.second->device == object &&
+               queue_.now() < keyed.second->startedAt + adversity.runningLagSeconds;
+      })) {
+    value = std::uint32_t{0};
+  }
   const auto found = aggregates_.find(object);
-  if (address.mSelector == kAudioDevicePropertyStreamConfiguration && found != aggregates_.end() &&
-      queue_.now() < found->second.createdAt + adversity.streamsLagSeconds) {
+  if (address.mSelector != kAudioDevicePropertyStreamConfiguration || found == aggregates_.end()) {
+    return;
+  }
+  const double age = queue_.now() - found->second.createdAt;
+  if (age < adversity.streamsLagSeconds) {
     value = StreamConfiguration{};
+  } else if (age < adversity.tapStreamsLagSeconds &&
+             address.mScope == kAudioObjectPropertyScopeInput) {
+    auto& buffers = std::get<StreamConfiguration>(value).channelsPerBuffer;
+    buffers.resize(buffers.size() - found->second.description.taps.size());
   }
 }
 

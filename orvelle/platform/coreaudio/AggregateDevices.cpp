@@ -16,14 +16,31 @@ namespace {
 /// to have no streams for longer still.
 constexpr double kReadySeconds = 2.0;
 /// An application's own volume is started once, above. What fails once in passing is tried again
-/// here; the boost, which tries again by itself, is left alone.
-constexpr int kTapStartAttempts = 2;
+/// here, and outputs that are slow to run (Bluetooth, HDMI) are given their time; the boost tries
+/// again by itself.
+constexpr IOProcs::Patience kTapStart{2, 1.0};
+constexpr IOProcs::Patience kStart{1, 0.2};
 
 bool namesTwice(const AggregateDescription& description) {
   std::set<std::string> uids;
   return !std::ranges::all_of(description.subdevices, [&uids](const SubDevice& member) {
     return uids.insert(member.uid).second;
   });
+}
+
+std::vector<AudioObjectID> listedDevices() {
+  PropertyValue value;
+  readValue(kAudioObjectSystemObject, {kAudioHardwarePropertyDevices}, value);
+  const auto* listed = std::get_if<std::vector<AudioObjectID>>(&value);
+  return listed == nullptr ? std::vector<AudioObjectID>{} : *listed;
+}
+
+/// Empty where it does not answer.
+std::string uidOf(AudioObjectID halDevice) {
+  PropertyValue value;
+  readValue(halDevice, {kAudioDevicePropertyDeviceUID}, value);
+  const auto* uid = std::get_if<std::string>(&value);
+  return uid == nullptr ? std::string() : *uid;
 }
 
 }  // namespace
@@ -69,15 +86,20 @@ OSStatus AggregateDevices::create(const AggregateDescription& description,
 OSStatus AggregateDevices::make(const AggregateDescription& description,
                                 const AggregateLayout& layout,
                                 const std::vector<std::string>& tapUIDs, AudioObjectID& hal) {
-  const Owned<CFDictionaryRef> dictionary = aggregateDictionary(description, tapUIDs);
-  {
-    const std::lock_guard lock(mutex_);
-    ++beingCreated_;
+  if (layout.isOutOfReach) {
+    return kAudioHardwareBadDeviceError;
   }
-  OSStatus status = AudioHardwareCreateAggregateDevice(dictionary.get(), &hal);
+  const Owned<CFDictionaryRef> dictionary = aggregateDictionary(description, tapUIDs);
+  Creation creation{description.uid, listedDevices()};
+  std::list<Creation>::iterator place;
   {
     const std::lock_guard lock(mutex_);
-    --beingCreated_;
+    place = creations_.insert(creations_.end(), std::move(creation));
+  }
+  const OSStatus status = AudioHardwareCreateAggregateDevice(dictionary.get(), &hal);
+  {
+    const std::lock_guard lock(mutex_);
+    creations_.erase(place);
     if (status == kAudioHardwareNoError) {
       own_[hal] = false;
     }
@@ -85,9 +107,11 @@ OSStatus AggregateDevices::make(const AggregateDescription& description,
   if (status != kAudioHardwareNoError) {
     return status;
   }
-  if (!waitUntil(clock_, kReadySeconds, [&] { return isReady(hal, description, layout); })) {
+  // The stream of a tap may show only when it is read, or allowed to be: it is not insisted on.
+  if (!waitUntil(clock_, kReadySeconds, [&] { return isComplete(hal, description, layout); }) &&
+      !isReady(hal, description, layout)) {
     unmake(hal);
-    status = kAudioHardwareNotReadyError;
+    return kAudioHardwareNotReadyError;
   }
   return status;
 }
@@ -159,7 +183,7 @@ OSStatus AggregateDevices::createIOProc(AudioObjectID device, IOBlock block,
 OSStatus AggregateDevices::startIOProc(AudioObjectID device, AudioDeviceIOProcID procID) {
   const auto aggregate = find(device);
   const bool readsTaps = aggregate && !aggregate->description.taps.empty();
-  return procs_.start(device, procID, readsTaps ? kTapStartAttempts : 1);
+  return procs_.start(device, procID, readsTaps ? kTapStart : kStart);
 }
 
 // Questions
@@ -171,7 +195,19 @@ std::shared_ptr<const AggregateDevices::Aggregate> AggregateDevices::find(
   return found == aggregates_.end() ? nullptr : found->second;
 }
 
+/// False where it has been destroyed meanwhile.
+bool AggregateDevices::replace(AudioObjectID id, Aggregate aggregate) {
+  const std::lock_guard lock(mutex_);
+  const auto found = aggregates_.find(id);
+  if (found == aggregates_.end()) {
+    return false;
+  }
+  found->second = std::make_shared<const Aggregate>(std::move(aggregate));
+  return true;
+}
+
 void AggregateDevices::removeOwn(std::vector<AudioObjectID>& halDevices) {
+  removeThoseBeingCreated(halDevices);
   const std::lock_guard lock(mutex_);
   std::erase_if(own_, [&halDevices](const auto& own) {
     return own.second && std::ranges::find(halDevices, own.first) == halDevices.end();
@@ -179,9 +215,27 @@ void AggregateDevices::removeOwn(std::vector<AudioObjectID>& halDevices) {
   std::erase_if(halDevices, [this](AudioObjectID hal) { return own_.contains(hal); });
 }
 
+/// They are listed before anybody knows their ids. What cannot say who it is yet may be one.
+void AggregateDevices::removeThoseBeingCreated(std::vector<AudioObjectID>& halDevices) const {
+  std::list<Creation> creations;
+  {
+    const std::lock_guard lock(mutex_);
+    creations = creations_;
+  }
+  std::erase_if(halDevices, [&creations](AudioObjectID hal) {
+    return std::ranges::any_of(creations, [hal](const Creation& creation) {
+      if (std::ranges::find(creation.listedBefore, hal) != creation.listedBefore.end()) {
+        return false;
+      }
+      const std::string uid = uidOf(hal);
+      return uid.empty() || uid == creation.uid;
+    });
+  });
+}
+
 bool AggregateDevices::isCreating() const {
   const std::lock_guard lock(mutex_);
-  return beingCreated_ > 0;
+  return !creations_.empty();
 }
 
 std::vector<AudioObjectID> AggregateDevices::tapReaders() const {
@@ -236,6 +290,7 @@ void AggregateDevices::silenceReaders(const std::string& tapUID) {
 // What goes and comes back
 
 void AggregateDevices::forgetAll() {
+  failedRenewals_.clear();
   const std::lock_guard lock(mutex_);
   own_.clear();
 }
@@ -249,13 +304,32 @@ void AggregateDevices::renewTapReaders() {
     if (!reader) {
       continue;
     }
-    const bool hasMaster = deviceWithUID(reader->description.master) != kAudioObjectUnknown;
+    const AudioObjectID master = deviceWithUID(reader->description.master);
     const bool isMade = ids_.hal(id) != kAudioObjectUnknown;
-    if (isMade && !hasMaster) {
-      suspend(id);
-    } else if (!isMade && hasMaster) {
-      renew(id, *reader);
+    if (master == kAudioObjectUnknown) {
+      failedRenewals_.erase(id);
+      if (isMade) {
+        suspend(id);
+      }
+    } else if (!isMade) {
+      renewUnlessInVain(id, *reader, master);
     }
+  }
+}
+
+/// An attempt that fails changes the device list twice itself. Repeated for that, it would hold up
+/// the main thread for ever.
+void AggregateDevices::renewUnlessInVain(AudioObjectID id, const Aggregate& reader,
+                                         AudioObjectID master) {
+  Surroundings now{master, listedDevices()};
+  removeOwn(now.devices);
+  const auto failed = failedRenewals_.find(id);
+  if (failed != failedRenewals_.end() && failed->second == now) {
+    return;
+  }
+  failedRenewals_.erase(id);
+  if (!renew(id, reader)) {
+    failedRenewals_[id] = std::move(now);
   }
 }
 
@@ -265,23 +339,34 @@ void AggregateDevices::suspend(AudioObjectID id) {
   ids_.forget(id);
 }
 
-void AggregateDevices::renew(AudioObjectID id, const Aggregate& reader) {
+/// False where the attempt failed; true, too, where there was none because a tap has not returned.
+bool AggregateDevices::renew(AudioObjectID id, const Aggregate& reader) {
   std::vector<std::string> tapUIDs;
   bool waitsForSound = false;
   for (const SubTap& tap : reader.description.taps) {
     tapUIDs.push_back(taps_.halUID(tap.uid));
     waitsForSound = waitsForSound || taps_.waitsForSound(tap.uid);
   }
+  if (std::ranges::find(tapUIDs, std::string()) != tapUIDs.end()) {
+    return true;
+  }
+  // An output may return with other streams.
+  const AggregateLayout layout = layoutOf(reader.description);
   AudioObjectID hal = kAudioObjectUnknown;
-  if (std::ranges::find(tapUIDs, std::string()) != tapUIDs.end() ||
-      make(reader.description, reader.layout, tapUIDs, hal) != kAudioHardwareNoError) {
-    return;
+  if (make(reader.description, layout, tapUIDs, hal) != kAudioHardwareNoError) {
+    return false;
   }
   ids_.rebind(id, hal);
+  if (!replace(id, {reader.description, layout, ids_.ours(layout.loopback)})) {
+    unmake(hal);
+    ids_.forget(id);
+    return true;
+  }
   if (waitsForSound) {
     procs_.closePaths(id);
   }
-  procs_.renew(id);
+  procs_.renew(id, layout.droppedInputs, kTapStart);
+  return true;
 }
 
 }  // namespace orvelle::coreaudio

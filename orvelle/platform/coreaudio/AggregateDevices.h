@@ -1,6 +1,7 @@
 // The aggregates of this process: made, waited for, left out of what the layers above see, unmade.
 #pragma once
 
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -49,11 +50,13 @@ class AggregateDevices {
   /// The tap is about to end: what reads it falls silent.
   void silenceReaders(const std::string& tapUID);
   /// The audio server began anew, and none of them exists any more. Those that read taps are made
-  /// again by `renewTapReaders`; the others are up to the layers above.
+  /// again by `renewTapReaders`; the others are up to the layers above. Main thread.
   void forgetAll();
   /// Takes tap readers apart whose master has gone, so that nobody is muted for them, and makes
   /// those again whose taps and master are there again. To be called after every change of the
-  /// devices. Main thread.
+  /// devices. Main thread, which it may hold up for some seconds for each reader: two until the
+  /// aggregate is ready, two until it runs. What failed is tried again once other devices are
+  /// there.
   void renewTapReaders();
 
  private:
@@ -62,27 +65,43 @@ class AggregateDevices {
     AggregateLayout layout;
     AudioObjectID loopback = kAudioObjectUnknown;  // our id, which a restart does not reuse
   };
+  /// An aggregate whose id nobody knows yet.
+  struct Creation {
+    std::string uid;
+    std::vector<AudioObjectID> listedBefore;  // ids of the HAL's
+  };
+  /// What a tap reader was to be made again in; ids of the HAL's.
+  struct Surroundings {
+    AudioObjectID master = kAudioObjectUnknown;
+    std::vector<AudioObjectID> devices;  // without our own
+
+    bool operator==(const Surroundings&) const = default;
+  };
 
   [[nodiscard]] bool acquireTaps(const AggregateDescription& description,
                                  std::vector<std::string>& uids);
   void releaseTaps(const AggregateDescription& description);
   OSStatus unmake(AudioObjectID hal);
   void suspend(AudioObjectID id);
-  void renew(AudioObjectID id, const Aggregate& reader);
+  void renewUnlessInVain(AudioObjectID id, const Aggregate& reader, AudioObjectID master);
+  bool renew(AudioObjectID id, const Aggregate& reader);
+  void removeThoseBeingCreated(std::vector<AudioObjectID>& halDevices) const;
   OSStatus make(const AggregateDescription& description, const AggregateLayout& layout,
                 const std::vector<std::string>& tapUIDs, AudioObjectID& hal);
   [[nodiscard]] std::shared_ptr<const Aggregate> find(AudioObjectID aggregate) const;
+  bool replace(AudioObjectID id, Aggregate aggregate);
   [[nodiscard]] AggregateOutline outlineOf(AudioObjectID id, const Aggregate& aggregate) const;
 
   ObjectIDs& ids_;
   IOProcs& procs_;
   ProcessTaps& taps_;
   Clock& clock_;
-  mutable std::mutex mutex_;                                              // guards everything below
+  std::map<AudioObjectID, Surroundings> failedRenewals_;  // by our id, main thread only
+  mutable std::mutex mutex_;                              // guards everything below
   std::map<AudioObjectID, std::shared_ptr<const Aggregate>> aggregates_;  // by our id
   /// By the HAL's id: whether it has been unmade. Those stay in here as long as they are listed.
   std::map<AudioObjectID, bool> own_;
-  int beingCreated_ = 0;
+  std::list<Creation> creations_;
 };
 
 }  // namespace orvelle::coreaudio

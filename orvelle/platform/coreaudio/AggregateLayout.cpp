@@ -1,5 +1,8 @@
 #include "orvelle/platform/coreaudio/AggregateLayout.h"
 
+#include <algorithm>
+
+#include "orvelle/platform/coreaudio/CallbackSlot.h"
 #include "orvelle/platform/coreaudio/PropertyCodec.h"
 
 namespace orvelle::coreaudio {
@@ -20,14 +23,17 @@ AggregateLayout layoutOf(const AggregateDescription& description) {
     layout.inputs += bufferCount(device, kAudioObjectPropertyScopeInput);
     layout.outputs += bufferCount(device, kAudioObjectPropertyScopeOutput);
     if (member.uid == description.master) {
-      for (std::size_t input = firstInput; input < layout.inputs; ++input) {
+      const std::size_t end = std::min(layout.inputs, CallbackSlot::mostBuffers);
+      for (std::size_t input = firstInput; input < end; ++input) {
         layout.droppedInputs |= 1U << input;
       }
     } else if (isLoopback(device)) {
       layout.loopback = device;
+      layout.isOutOfReach = firstInput >= CallbackSlot::mostBuffers;
     }
   }
-  layout.inputs += description.taps.size();
+  layout.isOutOfReach = layout.isOutOfReach ||
+                        (!description.taps.empty() && layout.inputs >= CallbackSlot::mostBuffers);
   return layout;
 }
 
@@ -38,6 +44,12 @@ bool isReady(AudioObjectID hal, const AggregateDescription& description,
   return uid == PropertyValue(description.uid) &&
          bufferCount(hal, kAudioObjectPropertyScopeInput) >= layout.inputs &&
          bufferCount(hal, kAudioObjectPropertyScopeOutput) >= layout.outputs;
+}
+
+bool isComplete(AudioObjectID hal, const AggregateDescription& description,
+                const AggregateLayout& layout) {
+  return isReady(hal, description, layout) && bufferCount(hal, kAudioObjectPropertyScopeInput) >=
+                                                  layout.inputs + description.taps.size();
 }
 
 bool isLoopback(AudioObjectID halDevice) {

@@ -10,8 +10,10 @@ namespace orvelle::coreaudio {
 
 namespace {
 
+// Never destroyed, as the places: the HAL's threads may call until the process has ended.
+
 std::mutex& occupationMutex() {
-  static std::mutex mutex;
+  static auto& mutex = *new std::mutex;
   return mutex;
 }
 
@@ -33,12 +35,17 @@ void silence(const AudioBuffer& buffer) {
 }  // namespace
 
 std::array<CallbackSlot, CallbackSlot::mostSlots>& CallbackSlot::slots() {
-  static std::array<CallbackSlot, mostSlots> slots;
+  static auto& slots = *new std::array<CallbackSlot, mostSlots>;
   return slots;
 }
 
-CallbackSlot::Handle CallbackSlot::occupy(CallbackSettings settings) {
+/// Tells its place, and none is used twice. Under the lock.
+std::uint64_t CallbackSlot::nextOccupation() const {
   static std::uint64_t occupations = 0;
+  return ++occupations * mostSlots + static_cast<std::uint64_t>(this - slots().data());
+}
+
+CallbackSlot::Handle CallbackSlot::occupy(CallbackSettings settings) {
   const std::lock_guard lock(occupationMutex());
   auto* const free = std::ranges::find(slots(), false, &CallbackSlot::isTaken_);
   if (free == slots().end()) {
@@ -49,17 +56,26 @@ CallbackSlot::Handle CallbackSlot::occupy(CallbackSettings settings) {
   free->setFactors(1.0F, 1.0F);
   free->setPathOpen(!settings.waitsForSound);
   free->settings_ = std::move(settings);
-  // The number tells its place, and none is used twice.
-  const auto place = static_cast<std::uint64_t>(free - slots().begin());
-  free->occupation_ = ++occupations * mostSlots + place;
+  free->occupation_ = free->nextOccupation();
   return Handle(&*free);
 }
 
-void CallbackSlot::release() {
+void CallbackSlot::shutOut() {
   occupation_ = 0;
   while (inside_ != 0) {
     std::this_thread::yield();
   }
+}
+
+void CallbackSlot::renumber(std::uint32_t droppedInputs) {
+  shutOut();
+  settings_.droppedInputs = droppedInputs;
+  const std::lock_guard lock(occupationMutex());
+  occupation_ = nextOccupation();
+}
+
+void CallbackSlot::release() {
+  shutOut();
   const IOBlock block = std::exchange(settings_.block, nullptr);
   const std::lock_guard lock(occupationMutex());
   isTaken_ = false;

@@ -28,6 +28,9 @@ struct CallbackSettings {
 /// `run` belongs to the real-time thread, everything else to any other.
 class CallbackSlot {
  public:
+  /// In each direction; what a device has beyond them is neither read nor written.
+  static constexpr std::size_t mostBuffers = 32;
+
   struct Release {
     /// Waits for a call that is inside, then drops the block on this thread.
     void operator()(CallbackSlot* slot) const { slot->release(); }
@@ -42,7 +45,9 @@ class CallbackSlot {
                       ::AudioBufferList* output, const ::AudioTimeStamp* outputTime,
                       void* clientData);
   [[nodiscard]] void* clientData() const;
-  [[nodiscard]] std::uint64_t occupation() const { return occupation_; }
+  /// For another device: waits for a call that is inside; calls that know the former `clientData`
+  /// find nothing from now on.
+  void renumber(std::uint32_t droppedInputs);
   [[nodiscard]] std::uint32_t droppedInputs() const { return settings_.droppedInputs; }
 
   /// Calls since the beginning.
@@ -56,10 +61,11 @@ class CallbackSlot {
 
  private:
   static constexpr std::size_t mostSlots = 128;
-  static constexpr std::size_t mostBuffers = 32;
   using Buffers = std::array<AudioBuffer, mostBuffers>;
 
   void release();
+  void shutOut();
+  [[nodiscard]] std::uint64_t nextOccupation() const;
   void call(const ::AudioBufferList& input, const ::AudioBufferList& output);
   std::size_t takeInputs(const ::AudioBufferList& input);
   std::size_t takeOutputs(const ::AudioBufferList& output);

@@ -144,6 +144,7 @@ void CoreAudioHardware::Parts::devicesChanged() {
   if (aggregates.isCreating()) {
     return;  // its id is not known yet; the end of the creation asks for another look
   }
+  listeners.installMissing();
   aggregates.renewTapReaders();
   report(kDevices);
   loudness.follow();

@@ -1,5 +1,7 @@
 #include "orvelle/platform/coreaudio/HALListeners.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "orvelle/platform/coreaudio/PropertyCodec.h"
@@ -115,23 +117,39 @@ void HALListeners::uninstall(const Watch& watch) const {
 }
 
 void HALListeners::renew() {
-  std::map<WatchID, Watch> ofTheSystem;
   {
     const std::lock_guard lock(mutex_);
     for (auto& [id, watch] : watches_) {
       callTable().remove(std::exchange(watch.key, 0));
-      if (watch.object == kAudioObjectSystemObject) {
-        ofTheSystem[id] = watch;
-      }
     }
   }
-  for (auto& [id, watch] : ofTheSystem) {
-    install(watch);
+  installMissing();
+}
+
+void HALListeners::installMissing() {
+  std::map<WatchID, Watch> missing;
+  {
     const std::lock_guard lock(mutex_);
-    if (const auto found = watches_.find(id); found != watches_.end()) {
-      found->second = watch;
+    std::ranges::copy_if(watches_, std::inserter(missing, missing.end()), [](const auto& entry) {
+      return entry.second.key == 0 && entry.second.object == kAudioObjectSystemObject;
+    });
+  }
+  for (auto& [id, watch] : missing) {
+    if (install(watch) == kAudioHardwareNoError && !keepKey(id, watch.key)) {
+      uninstall(watch);
     }
   }
+}
+
+/// False where the watch has been removed meanwhile.
+bool HALListeners::keepKey(WatchID id, std::uintptr_t key) {
+  const std::lock_guard lock(mutex_);
+  const auto found = watches_.find(id);
+  if (found == watches_.end()) {
+    return false;
+  }
+  found->second.key = key;
+  return true;
 }
 
 }  // namespace orvelle::coreaudio

@@ -33,6 +33,8 @@ class HALListeners {
   /// After a restart of the audio server, which has forgotten them all: the system object is
   /// listened to anew; other objects are gone.
   void renew();
+  /// Adds the listeners of the system object that `renew` could not. Main thread, as `renew`.
+  void installMissing();
 
  private:
   struct Watch {
@@ -43,6 +45,7 @@ class HALListeners {
 
   OSStatus install(Watch& watch) const;
   void uninstall(const Watch& watch) const;
+  bool keepKey(WatchID id, std::uintptr_t key);
 
   const ObjectIDs& ids_;
   const Handler onChange_;

@@ -11,8 +11,6 @@ namespace orvelle::coreaudio {
 namespace {
 
 constexpr double kStartRetrySeconds = 0.1;
-/// From a successful start until the device says that it runs.
-constexpr double kRunningSeconds = 0.2;
 constexpr double kWatchSeconds = 0.05;
 /// A device that runs calls back within some ten milliseconds, a Bluetooth one within some hundred.
 constexpr double kSilentDeviceSeconds = 1.0;
@@ -66,8 +64,8 @@ OSStatus IOProcs::create(AudioObjectID device, CallbackSettings settings,
   }
   const OSStatus status = makeAtHAL(*proc);
   if (status == kAudioHardwareNoError) {
-    procID = proc->slot->occupation();
     const std::lock_guard lock(mutex_);
+    procID = ++lastID_;
     procs_[procID] = proc;
   }
   return status;
@@ -98,7 +96,7 @@ OSStatus IOProcs::destroy(AudioObjectID device, AudioDeviceIOProcID procID) {
     procs_.erase(procID);
   }
   const AudioObjectID halDevice = ids_.hal(device);
-  const OSStatus status = halDevice == kAudioObjectUnknown
+  const OSStatus status = halDevice == kAudioObjectUnknown || proc->hal == nullptr
                               ? kAudioHardwareNoError  // it has gone before
                               : AudioDeviceDestroyIOProcID(halDevice, proc->hal);
   // Whatever came of that, the block does not run again.
@@ -112,15 +110,18 @@ void IOProcs::destroyAllOf(AudioObjectID device) {
   }
 }
 
-OSStatus IOProcs::start(AudioObjectID device, AudioDeviceIOProcID procID, int attempts) {
+OSStatus IOProcs::start(AudioObjectID device, AudioDeviceIOProcID procID,
+                        const Patience& patience) {
   const ProcPtr proc = find(device, procID);
-  if (!proc) {
+  // Without a callback the HAL would start the device all the same.
+  if (!proc || proc->hal == nullptr) {
     return kAudioHardwareIllegalOperationError;
   }
-  OSStatus status = startAndLook(ids_.hal(device), proc->hal);
-  for (int attempt = 1; attempt < attempts && status != kAudioHardwareNoError; ++attempt) {
+  const AudioObjectID halDevice = ids_.hal(device);
+  OSStatus status = startAndLook(halDevice, proc->hal, patience.runningSeconds);
+  for (int attempt = 1; attempt < patience.attempts && status != kAudioHardwareNoError; ++attempt) {
     clock_.sleep(kStartRetrySeconds);
-    status = startAndLook(ids_.hal(device), proc->hal);
+    status = startAndLook(halDevice, proc->hal, patience.runningSeconds);
   }
   if (status == kAudioHardwareNoError) {
     setStarted(proc, true);
@@ -129,7 +130,7 @@ OSStatus IOProcs::start(AudioObjectID device, AudioDeviceIOProcID procID, int at
         started->startedAt = clock_.now();
         started->callsAtStart = started->slot->callCount();
         started->restarts = 0;
-        watch(started);
+        watch(started, ++started->watchRound);
       }
     });
   }
@@ -137,12 +138,13 @@ OSStatus IOProcs::start(AudioObjectID device, AudioDeviceIOProcID procID, int at
 }
 
 /// A start that succeeds says that the HAL has understood; the device runs a moment later, or not.
-OSStatus IOProcs::startAndLook(AudioObjectID halDevice, ::AudioDeviceIOProcID procID) {
+OSStatus IOProcs::startAndLook(AudioObjectID halDevice, ::AudioDeviceIOProcID procID,
+                               double runningSeconds) {
   const OSStatus status = AudioDeviceStart(halDevice, procID);
   if (status != kAudioHardwareNoError) {
     return status;
   }
-  if (waitUntil(clock_, kRunningSeconds, [&] { return mayBeRunning(halDevice); })) {
+  if (waitUntil(clock_, runningSeconds, [&] { return mayBeRunning(halDevice); })) {
     return status;
   }
   AudioDeviceStop(halDevice, procID);
@@ -155,7 +157,8 @@ OSStatus IOProcs::stop(AudioObjectID device, AudioDeviceIOProcID procID) {
     return kAudioHardwareIllegalOperationError;
   }
   setStarted(proc, false);
-  return AudioDeviceStop(ids_.hal(device), proc->hal);
+  return proc->hal == nullptr ? kAudioHardwareNoError
+                              : AudioDeviceStop(ids_.hal(device), proc->hal);
 }
 
 void IOProcs::setStarted(const ProcPtr& proc, bool isStarted) {
@@ -189,13 +192,25 @@ void IOProcs::suspend(AudioObjectID device) {
   for (const auto& [procID, proc] : of(device)) {
     AudioDeviceStop(ids_.hal(device), proc->hal);
     AudioDeviceDestroyIOProcID(ids_.hal(device), proc->hal);
+    proc->hal = nullptr;
+    // A call of the former device that was held up must not run beside those of the next one.
+    proc->slot->renumber(proc->slot->droppedInputs());
   }
 }
 
-void IOProcs::renew(AudioObjectID device) {
+void IOProcs::renew(AudioObjectID device, std::uint32_t droppedInputs, const Patience& patience) {
   for (const auto& [procID, proc] : of(device)) {
-    if (makeAtHAL(*proc) == kAudioHardwareNoError && proc->isStarted) {
-      start(device, procID, 1);
+    bool wasStarted = false;
+    {
+      const std::lock_guard lock(mutex_);
+      wasStarted = proc->isStarted;
+    }
+    proc->slot->renumber(droppedInputs);
+    proc->hal = nullptr;
+    const OSStatus made = makeAtHAL(*proc);
+    if (wasStarted) {
+      setStarted(proc, made == kAudioHardwareNoError &&
+                           start(device, procID, patience) == kAudioHardwareNoError);
     }
   }
 }
@@ -204,12 +219,13 @@ void IOProcs::renew(AudioObjectID device) {
 
 /// Looks after a callback in its first seconds, and as long as it waits for sound. The real-time
 /// thread must not tell anybody of what it has seen, so it is asked.
-void IOProcs::watch(const std::weak_ptr<Proc>& watched) {
+void IOProcs::watch(const std::weak_ptr<Proc>& watched, int round) {
   const ProcPtr proc = watched.lock();
-  if (proc && lookAfter(*proc)) {
-    queue_.postAfter(kWatchSeconds, [this, watched] {
+  // Another start is looked after by a watch of its own.
+  if (proc && proc->watchRound == round && lookAfter(*proc)) {
+    queue_.postAfter(kWatchSeconds, [this, watched, round] {
       if (!watched.expired()) {
-        watch(watched);
+        watch(watched, round);
       }
     });
   }
@@ -219,7 +235,7 @@ void IOProcs::watch(const std::weak_ptr<Proc>& watched) {
 bool IOProcs::lookAfter(Proc& proc) {
   {
     const std::lock_guard lock(mutex_);
-    if (!proc.isStarted) {
+    if (!proc.isStarted || proc.hal == nullptr) {
       return false;
     }
   }

@@ -27,8 +27,13 @@ class IOProcs {
 
   OSStatus create(AudioObjectID device, CallbackSettings settings, AudioDeviceIOProcID& procID);
   OSStatus destroy(AudioObjectID device, AudioDeviceIOProcID procID);
-  /// Returns when the device runs. A failed start is tried `attempts` times.
-  OSStatus start(AudioObjectID device, AudioDeviceIOProcID procID, int attempts);
+  /// How much is tried until a start counts as failed.
+  struct Patience {
+    int attempts = 1;
+    double runningSeconds = 0.0;  ///< from a start that succeeds until the device says that it runs
+  };
+  /// Returns when the device runs, or has been stopped again.
+  OSStatus start(AudioObjectID device, AudioDeviceIOProcID procID, const Patience& patience);
   OSStatus stop(AudioObjectID device, AudioDeviceIOProcID procID);
   /// As `destroy` for each, in the order that the HAL asks for.
   void destroyAllOf(AudioObjectID device);
@@ -40,8 +45,9 @@ class IOProcs {
   /// The device is about to go at the HAL and to be made again: its callbacks end there, and are
   /// known here as they were.
   void suspend(AudioObjectID device);
-  /// The device is another object now: callbacks are made again, and started where they had been.
-  void renew(AudioObjectID device);
+  /// The device is another object now, with other inputs to be dropped (CallbackSettings):
+  /// callbacks are made again, and started where they had been.
+  void renew(AudioObjectID device, std::uint32_t droppedInputs, const Patience& patience);
 
   /// Asked on the main thread when sound has arrived at a device whose callbacks wait for it;
   /// whether they may be heard now.
@@ -50,29 +56,32 @@ class IOProcs {
  private:
   struct Proc {
     AudioObjectID device = kAudioObjectUnknown;
-    ::AudioDeviceIOProcID hal = nullptr;
+    ::AudioDeviceIOProcID hal = nullptr;  // null while the device is away
     CallbackSlot::Handle slot;
     bool isStarted = false;
     // Of the watch, main thread only.
     std::uint64_t callsAtStart = 0;
     double startedAt = 0.0;  // seconds of the clock
     int restarts = 0;
+    int watchRound = 0;  // of the start that is watched
   };
   using ProcPtr = std::shared_ptr<Proc>;
 
   [[nodiscard]] ProcPtr find(AudioObjectID device, AudioDeviceIOProcID procID) const;
   [[nodiscard]] std::vector<std::pair<AudioDeviceIOProcID, ProcPtr>> of(AudioObjectID device) const;
   OSStatus makeAtHAL(Proc& proc) const;
-  OSStatus startAndLook(AudioObjectID halDevice, ::AudioDeviceIOProcID procID);
+  OSStatus startAndLook(AudioObjectID halDevice, ::AudioDeviceIOProcID procID,
+                        double runningSeconds);
   void setStarted(const ProcPtr& proc, bool isStarted);
-  void watch(const std::weak_ptr<Proc>& watched);
+  void watch(const std::weak_ptr<Proc>& watched, int round);
   bool lookAfter(Proc& proc);
   void restart(Proc& proc);
 
   const ObjectIDs& ids_;
   MainQueue& queue_;
   Clock& clock_;
-  mutable std::mutex mutex_;  // guards the map and every `isStarted`
+  mutable std::mutex mutex_;  // guards the map, the last id and every `isStarted`
+  AudioDeviceIOProcID lastID_ = 0;
   std::map<AudioDeviceIOProcID, ProcPtr> procs_;
 };
 
