@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "orvelle/PutRight.h"
@@ -63,12 +64,18 @@ int main(int argc, char** argv) {
   // The other process changes nothing before.
   orvelle::sendRecord(STDIN_FILENO, {});
   // Sleeps until that one is gone, or has nothing left to undo.
-  const auto told = orvelle::decodeUndo(orvelle::lastRecord(STDIN_FILENO));
+  const auto told =
+      orvelle::decodeUndo(orvelle::lastRecord(STDIN_FILENO, [](std::string_view record) {
+        return orvelle::decodeUndo(record).has_value();
+      }));
   // The journal is written first, where it can be written at all.
   const auto written = orvelle::UndoJournal::read(journal);
   const orvelle::UndoRecords records = written ? *written : told.value_or(orvelle::UndoRecords{});
   if (records.empty()) {
-    orvelle::UndoJournal::write(journal, records);
+    // A journal that cannot be read, of which nothing was told, is no proof that nothing is owed.
+    if (written || told) {
+      orvelle::UndoJournal::write(journal, records);
+    }
     return 0;
   }
   if (!hardware) {

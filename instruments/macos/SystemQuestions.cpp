@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "instruments/macos/HAL.h"
 #include "instruments/macos/Questions.h"
@@ -87,6 +88,8 @@ void checkDefaultProperties(Report& report) {
   report.check("restart-cannot-be-forced", isSettable == 0, codeText(status));
 }
 
+constexpr std::string_view kTold = "from the child";
+
 /// A child that ends by itself or is killed: when its end of a socket closes, and when it counts as
 /// dead.
 void checkDeath(Report& report) {
@@ -98,7 +101,7 @@ void checkDeath(Report& report) {
   const pid_t child = fork();
   if (child == 0) {
     close(sockets->first);
-    orvelle::sendRecord(sockets->second, "from the child");
+    orvelle::sendRecord(sockets->second, kTold);
     for (;;) {
       ::pause();
     }
@@ -106,7 +109,8 @@ void checkDeath(Report& report) {
   close(sockets->second);
   report.check("start-time", orvelle::processStartTime(child).has_value(), "of a child");
   kill(child, SIGKILL);
-  const std::string told = orvelle::lastRecord(sockets->first);
+  const std::string told =
+      orvelle::lastRecord(sockets->first, [](std::string_view record) { return record == kTold; });
   const auto dead = secondsUntil([&] { return !orvelle::processStartTime(child); }, 1.0);
   report.check("socket-tells-of-death", dead.has_value(), "dead " + afterText(dead) + " more");
   report.tell("record of the killed one", told.empty() ? "lost" : "arrived");

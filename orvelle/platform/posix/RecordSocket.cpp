@@ -56,13 +56,14 @@ void sendRecord(int socket, std::string_view record) {
   send(socket, bytes.data(), bytes.size(), kSendFlags);
 }
 
-std::string lastRecord(int socket) {
+std::string lastRecord(int socket, const std::function<bool(std::string_view record)>& isWhole) {
   static std::array<char, kReadSize> buffer;
   std::string last;
   std::string current;
   for (;;) {
     const ssize_t size = recv(socket, buffer.data(), buffer.size(), 0);
-    if (size == 0 || (size < 0 && errno != EINTR)) {
+    // What the other end has left unread is told as an error, once, and before what it has sent.
+    if (size == 0 || (size < 0 && errno != EINTR && errno != ECONNRESET)) {
       return last;
     }
     for (const char byte :
@@ -70,7 +71,9 @@ std::string lastRecord(int socket) {
       if (byte != kBoundary) {
         current += byte;
       } else if (!current.empty()) {
-        last.swap(current);
+        if (isWhole(current)) {
+          last.swap(current);
+        }
         current.clear();
       }
     }

@@ -1,6 +1,7 @@
 // How one process tells another what it is to remember.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,10 +17,10 @@ std::optional<std::pair<int, int>> openRecordSockets();
 /// more. `record` contains no byte of value 0.
 void sendRecord(int socket, std::string_view record);
 
-/// Sleeps until nobody can send to `socket` any more. Returns the last record that came, empty
-/// where none did. Of one that was cut short, the beginning may be returned: a record has to show
-/// itself whether it is whole.
-std::string lastRecord(int socket);
+/// Sleeps until nobody can send to `socket` any more. Returns the last record that came whole,
+/// empty where none did. One that found too little room comes as its beginning: `isWhole` tells by
+/// the record itself.
+std::string lastRecord(int socket, const std::function<bool(std::string_view record)>& isWhole);
 
 /// What is open as `descriptor` is then open as `number` instead, in the place of what was open
 /// there, and is not inherited.
