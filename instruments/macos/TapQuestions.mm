@@ -110,6 +110,13 @@ void askTaps(Report& report) {
   {
     PrivateAggregate aggregate(output, uid);
     report.check("tap-aggregate-created", aggregate.status == 0, codeText(aggregate.status));
+    const auto complete = secondsUntil(
+        [&] {
+          return channelCount(aggregate.id, kAudioObjectPropertyScopeInput) >
+                 channelCount(defaultOutput(), kAudioObjectPropertyScopeInput);
+        },
+        2.0);
+    report.check("tap-stream-before-start", complete.has_value(), afterText(complete));
     checkSound(report, aggregate);
     const OSStatus changed =
         orvelle::coreaudio::setTapMuteBehavior(tap, orvelle::TapMuteBehavior::mutedWhenTapped);
