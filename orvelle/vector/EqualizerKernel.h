@@ -32,13 +32,12 @@ enum class Flush {
   /// None is, and a proof is kept that none had to be. All numbers are smaller by 2^-28, which is
   /// exact. Then bit 29 of a number, the second of its exponent, says that it lies between 2^-35
   /// and 2^29 of its true size; ANDing all values of y shows whether this was so throughout.
-  /// (Beyond
-  /// 2^93 the bit is set again, but with coefficients of 2^10 at most nothing gets there without
-  /// having been in between.) A coefficient is at least 2^-7, so each product is at least 2^-42,
-  /// and
-  /// a multiple of 2^-66, the last place of such a number. So are z1 and z2, as sums of products:
-  /// either exactly 0, or at least 2^-66, which is still above the floor of 1e-20. This holds from
-  /// the first sample on if what comes in and what is remembered are also multiples of 2^-66.
+  /// (Beyond 2^93 the bit is set again, but with coefficients of 2^10 at most nothing gets there
+  /// without having been in between.) A coefficient is at least 2^-7, so each product is at least
+  /// 2^-42, and a multiple of 2^-66, the last place of such a number. So are z1 and z2, as sums of
+  /// products: either exactly 0, or at least 2^-66, which is still above the floor of 1e-20. This
+  /// holds from the first sample on if what comes in and what is remembered are also multiples of
+  /// 2^-66.
   provenNeedless,
 };
 
@@ -130,10 +129,10 @@ class Cascade {
   }
 
   /// Frame i of the input, which `stations` frames of anything follow, comes out in place
-  /// i + stations of the output. `listener()` is called each time that the next
-  /// vector of frames is there, so that what follows can be computed while the filters wait
-  /// for each other; not for the last ones. It is called some groups late, when the processor has
-  /// put the frames away and can read several of them at once.
+  /// i + stations of the output. `listener()` is called each time that the next vector of frames is
+  /// there, so that what follows can be computed while the filters wait for each other; not for the
+  /// last ones. It is called some groups late, when the processor has put the frames away and can
+  /// read several of them at once.
   template <Flush flush, class Listener>
   [[gnu::always_inline]] inline void run(const float* input, float* output, std::int32_t frames,
                                          Listener&& listener) {
