@@ -102,20 +102,14 @@ TEST_F(CoreAudioHardwareTest, ChangesAreThoseSinceTheListenerCame) {
 // Fault: a start that fails once, comes to nothing once, or takes its time, is the end of a tap;
 // the boost's own attempts are multiplied; or a device that never runs counts as started.
 TEST_F(CoreAudioHardwareTest, StartsThatFailOnceAreRepeated) {
-  adversity().failingStarts = 1;
-  tapPlayer();
-  EXPECT_TRUE(tap.isRunning());
-  tap.stop();
-  adversity() = {};
-  adversity().startsWithoutRunning = 1;
-  tapPlayer();
-  EXPECT_TRUE(tap.isRunning());
-  tap.stop();
-  adversity() = {};
-  adversity().runningLagSeconds = 0.7;
-  tapPlayer();
-  EXPECT_TRUE(tap.isRunning());
-  tap.stop();
+  for (const auto& difficulty :
+       {coreaudio::Adversity{.failingStarts = 1}, coreaudio::Adversity{.startsWithoutRunning = 1},
+        coreaudio::Adversity{.runningLagSeconds = 0.7}}) {
+    adversity() = difficulty;
+    tapPlayer();
+    EXPECT_TRUE(tap.isRunning());
+    tap.stop();
+  }
   adversity() = {};
   adversity().startsWithoutRunning = 1;
   boost();

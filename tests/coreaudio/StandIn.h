@@ -30,7 +30,7 @@ struct Adversity {
   /// The streams of its taps come later still.
   double tapStreamsLagSeconds = 0.0;
   /// Called while one is listed, and its creation has not returned yet.
-  std::function<void()> duringCreation;
+  std::function<void()> duringCreation = {};
   /// An aggregate that was destroyed is still listed.
   double destroyedAggregatesLingerSeconds = 0.0;
   /// Of each callback: so many first starts fail.

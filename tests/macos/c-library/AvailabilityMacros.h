@@ -1,14 +1,4 @@
-// Which versions of macOS there are and which is the oldest that this is for, as Qt's headers ask.
+// The older name of the same.
 #pragma once
 
-#define MAC_OS_X_VERSION_10_14 101400
-#define MAC_OS_X_VERSION_10_15 101500
-#define MAC_OS_X_VERSION_10_16 101600
-#define MAC_OS_VERSION_11_0 110000
-#define MAC_OS_VERSION_12_0 120000
-#define MAC_OS_VERSION_13_0 130000
-#define MAC_OS_VERSION_14_0 140000
-#define __MAC_OS_X_VERSION_MIN_REQUIRED __ENVIRONMENT_MAC_OS_X_VERSION_MIN_REQUIRED__
-#define __MAC_OS_X_VERSION_MAX_ALLOWED 140400
-#define MAC_OS_X_VERSION_MIN_REQUIRED __MAC_OS_X_VERSION_MIN_REQUIRED
-#define MAC_OS_X_VERSION_MAX_ALLOWED __MAC_OS_X_VERSION_MAX_ALLOWED
+#include <Availability.h>
