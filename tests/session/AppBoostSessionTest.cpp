@@ -18,8 +18,6 @@
 namespace orvelle::instruments {
 namespace {
 
-constexpr double toneHz = 1000.0;
-constexpr float toneAmplitude = 0.5F;
 constexpr float systemVolume = 0.4F;
 
 double linear(float cubic) {
@@ -28,7 +26,7 @@ double linear(float cubic) {
 
 /// The tone as the user has set the system's volume.
 double toneDbfsAt(float volume) {
-  return toDecibels(static_cast<double>(toneAmplitude) * linear(volume));
+  return toDecibels(static_cast<double>(loudAmplitude) * linear(volume));
 }
 
 enum class Step : std::uint8_t { boost, endBoost, tap, endTap };
@@ -50,7 +48,7 @@ TEST_P(AppBeside, TheBoostIsNeverLouder) {
   AppSession session({.standIns = {usbOutput()}});
   session.panel().setVolume("hw_usb", systemVolume);
   Recorder recorder("hw_usb");
-  const Probe probe(sineSignal(toneHz, toneAmplitude), {});
+  const Probe probe(sineSignal(toneHz, loudAmplitude), {});
   const double level = toneDbfsAt(systemVolume);
   EXPECT_NEAR(levelNow(recorder, toneHz), level, levelToleranceDb);
   recorder.forget();
@@ -91,7 +89,7 @@ TEST(AppAndBoost, ObeysTheSystemsVolume) {
   DesktopPanel& panel = session.panel();
   panel.setVolume("hw_usb", systemVolume);
   Recorder recorder("hw_usb");
-  const Probe probe(sineSignal(toneHz, toneAmplitude), {});
+  const Probe probe(sineSignal(toneHz, loudAmplitude), {});
   const auto boost = session.boost("2");
   const auto tap = session.tapProbes("1.0");
   EXPECT_NEAR(levelNow(recorder, toneHz), toneDbfsAt(systemVolume), levelToleranceDb);
@@ -117,7 +115,7 @@ TEST(AppAndBoost, TheBoostComesToTheTapsOutput) {
   panel.setVolume("hw_usb", systemVolume);
   panel.setVolume("hw_speaker", 0.5F);
   Recorder recorder("hw_speaker");
-  const Probe probe(sineSignal(toneHz, toneAmplitude), {});
+  const Probe probe(sineSignal(toneHz, loudAmplitude), {});
   const auto tap = session.tapProbes("1.0", {"--output", "hw_speaker"});
   const auto boost = session.boost("1.0", {"--output", "hw_usb"});
   EXPECT_NEAR(levelNow(recorder, toneHz), toneDbfsAt(0.5F), levelToleranceDb);

@@ -17,13 +17,10 @@
 namespace orvelle::instruments {
 namespace {
 
-constexpr double toneHz = 1000.0;
-constexpr float toneAmplitude = 0.1F;
-const double fullLevel = toDecibels(static_cast<double>(toneAmplitude));
+const double fullLevel = toDecibels(static_cast<double>(quietAmplitude));
 /// At volume 0.5, where the curve does not bend yet.
-const double halfLevel = toDecibels(static_cast<double>(toneAmplitude) / 2.0);
+const double halfLevel = toDecibels(static_cast<double>(quietAmplitude) / 2.0);
 
-const std::vector<std::string> toSpeaker = {"--output", "hw_speaker"};
 using Outputs = std::set<std::string>;
 
 /// The default output, one for the tap, and one that the user prefers for an application.
@@ -32,7 +29,7 @@ SessionOptions threeOutputs() {
 }
 
 Signal tone() {
-  return sineSignal(toneHz, toneAmplitude);
+  return sineSignal(toneHz, quietAmplitude);
 }
 
 /// How a user sends a stream to an output.

@@ -12,6 +12,9 @@
 
 namespace orvelle::instruments {
 
+/// Options of a tap that plays on the speaker.
+inline const std::vector<std::string> toSpeaker = {"--output", "hw_speaker"};
+
 class AppSession : public BoostSession {
  public:
   using BoostSession::BoostSession;

@@ -17,7 +17,6 @@ namespace {
 
 /// The default output, and one to send a tapped application to.
 const SessionOptions twoOutputs{.standIns = {usbOutput(), speaker()}};
-const std::vector<std::string> toSpeaker = {"--output", "hw_speaker"};
 
 /// What a cycle that had begun, and the one behind it, may still bring.
 constexpr std::int64_t lastCyclesNs = 100'000'000;

@@ -15,12 +15,9 @@
 namespace orvelle::instruments {
 namespace {
 
-constexpr double toneHz = 1000.0;
-constexpr float toneAmplitude = 0.1F;
-
 /// What arrives at a raised output, with the loopback at `volume`.
 double toneDbfsAt(float gain, float volume) {
-  return toDecibels(static_cast<double>(toneAmplitude * gain * volume * volume * volume));
+  return toDecibels(static_cast<double>(quietAmplitude * gain * volume * volume * volume));
 }
 
 std::vector<std::string> switchesOf(const Subprocess& boost) {
@@ -73,7 +70,7 @@ TEST(AutoFollow, GoesToHeadphonesAndBack) {
   Recorder headphones("hw_bluetooth");
   plugs.unplug("hw_bluetooth");
   ASSERT_TRUE(panel.waitForDefault("hw_speaker", patience));
-  const Probe probe(sineSignal(toneHz, toneAmplitude), {});
+  const Probe probe(sineSignal(toneHz, quietAmplitude), {});
   const auto boost = session.autoBoost("2");
   EXPECT_TRUE(boost->standardOutput().starts_with(
       "Auto-boost running at gain 2.0 (≈+6.0 dB).\n"
@@ -119,7 +116,7 @@ TEST(AutoFollow, OutlivesRandomPlugs) {
     panel.setVolume(worstFirst.at(index).name, volumes.at(index));
   }
   HotPlug plugs;
-  const Probe probe(sineSignal(toneHz, toneAmplitude), {});
+  const Probe probe(sineSignal(toneHz, quietAmplitude), {});
   const auto boost = session.autoBoost("1.0");
 
   std::mt19937 random(seed);

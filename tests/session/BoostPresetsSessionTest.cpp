@@ -23,7 +23,7 @@ namespace orvelle::instruments {
 namespace {
 
 constexpr std::size_t second = 48000;  // frames: whole periods of every centre
-constexpr float toneAmplitude = 0.01F;
+constexpr float sineAmplitude = 0.01F;
 
 double centreHz(std::size_t tone) {
   return static_cast<double>(Equalizer::centreFrequencies.at(tone));
@@ -33,7 +33,7 @@ double centreHz(std::size_t tone) {
 Signal centreTones() {
   std::vector<float> sum(second, 0.0F);
   for (std::size_t tone = 0; tone < Equalizer::bands; ++tone) {
-    const Signal sine = sineSignal(centreHz(tone), toneAmplitude);
+    const Signal sine = sineSignal(centreHz(tone), sineAmplitude);
     for (std::uint64_t index = 0; index < second; ++index) {
       sum[index] += sine({index, index});
     }
@@ -101,7 +101,7 @@ TEST(BoostPresets, SoundAsTheorySaysAtTheOutput) {
     ASSERT_TRUE(recorder.waitFor(milliseconds(200))) << "for the filters to settle";
     for (const Levels& levels : levelsNow(recorder)) {
       for (std::size_t tone = 0; tone < levels.size(); ++tone) {
-        const double expected = toDecibels(static_cast<double>(toneAmplitude)) +
+        const double expected = toDecibels(static_cast<double>(sineAmplitude)) +
                                 test::theoryDb(gains(preset), centreHz(tone));
         EXPECT_NEAR(levels.at(tone), expected, 0.1) << centreHz(tone) << " Hz";
         worstDb = std::max(worstDb, std::abs(levels.at(tone) - expected));

@@ -12,17 +12,13 @@
 namespace orvelle::instruments {
 namespace {
 
-// A millisecond is one period, so that each whole one has the same peak.
-constexpr double toneHz = 1000.0;
-constexpr float toneAmplitude = 0.5F;
-
 Signal tone() {
-  return sineSignal(toneHz, toneAmplitude);
+  return sineSignal(toneHz, loudAmplitude);
 }
 
 /// What an output at this volume (as mixers show it) makes of the tone.
 double toneDbfsAt(float volume) {
-  return toDecibels(static_cast<double>(toneAmplitude * volume * volume * volume));
+  return toDecibels(static_cast<double>(loudAmplitude * volume * volume * volume));
 }
 
 const SessionOptions twoOutputs{.standIns = {usbOutput(), speaker()}};
@@ -99,7 +95,7 @@ TEST(BoostSafety, TheMeterFallsInSilence) {
   const std::size_t sounding = meterLines(*boost).size();
   ASSERT_TRUE(waitForLines(sounding + 3));
   const std::vector<MeterLine> meter = meterLines(*boost);
-  EXPECT_NEAR(meter.front().peak, static_cast<double>(toneAmplitude), 0.001);
+  EXPECT_NEAR(meter.front().peak, static_cast<double>(loudAmplitude), 0.001);
   // The line after the sound holds its end.
   for (std::size_t line = sounding + 1; line < sounding + 3; ++line) {
     EXPECT_GT(meter[line].callbacks, 40) << line;
@@ -177,11 +173,11 @@ TEST(BoostSafety, ASecondBoostIsRefused) {
     if (!output.empty()) {
       furtherWords.insert(furtherWords.end(), {"--output", output});
     }
-    const auto second = session.run(furtherWords);
-    EXPECT_EQ(second->wait(patience), 1) << second->standardOutput();
-    EXPECT_EQ(second->standardError(), "Orvelle is boosting already (process " +
-                                           std::to_string(first->pid()) +
-                                           "). Stop that one first.\n");
+    const auto other = session.run(furtherWords);
+    EXPECT_EQ(other->wait(patience), 1) << other->standardOutput();
+    EXPECT_EQ(other->standardError(), "Orvelle is boosting already (process " +
+                                          std::to_string(first->pid()) +
+                                          "). Stop that one first.\n");
     ASSERT_TRUE(recorder.waitFor(milliseconds(300)));
     EXPECT_NEAR(levelNow(recorder, toneHz), toneDbfsAt(0.4F), levelToleranceDb);
     EXPECT_EQ(panel.defaultSink(), loopbackName);

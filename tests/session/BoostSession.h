@@ -20,6 +20,11 @@ namespace orvelle::instruments {
 
 inline constexpr const char* loopbackName = "OrvelleAudioDevice_UID";
 
+/// What players play: a millisecond is one period, so that each whole one has the same peak.
+inline constexpr double toneHz = 1000.0;
+inline constexpr float quietAmplitude = 0.1F;
+inline constexpr float loudAmplitude = 0.5F;
+
 /// For what must happen at all; tests that measure time have limits of their own.
 inline constexpr milliseconds patience{5000};
 

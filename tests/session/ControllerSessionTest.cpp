@@ -138,7 +138,7 @@ TEST(ControllerOnASession, LivesThroughADay) {
   day.plugs.unplug("hw_bluetooth");
   ASSERT_TRUE(day.hears("device Speaker"));
 
-  for (int sleep = 0; sleep < 3; ++sleep) {
+  for (int sleep = 0; sleep < 2; ++sleep) {
     tone.reset();
     ASSERT_TRUE(day.hears("asleep", fallsAsleepWithin));
     EXPECT_EQ(day.panel().defaultSink(), loopbackName);

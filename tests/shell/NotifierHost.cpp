@@ -11,7 +11,7 @@ namespace orvelle {
 
 namespace {
 
-constexpr const char* kConnection = "tray host";
+constexpr const char* kHostConnection = "tray host";
 constexpr const char* kWatcher = "org.kde.StatusNotifierWatcher";
 constexpr const char* kItem = "org.kde.StatusNotifierItem";
 constexpr const char* kItemPath = "/StatusNotifierItem";
@@ -21,13 +21,13 @@ constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 }  // namespace
 
 NotifierHost::NotifierHost(const QString& busAddress)
-    : bus_(QDBusConnection::connectToBus(busAddress, kConnection)) {
+    : bus_(QDBusConnection::connectToBus(busAddress, kHostConnection)) {
   bus_.registerVirtualObject("/StatusNotifierWatcher", this);
   bus_.registerService(kWatcher);
 }
 
 NotifierHost::~NotifierHost() {
-  QDBusConnection::disconnectFromBus(kConnection);
+  QDBusConnection::disconnectFromBus(kHostConnection);
 }
 
 QString NotifierHost::introspect(const QString& /*path*/) const {

@@ -11,21 +11,22 @@ namespace orvelle {
 
 namespace {
 
-constexpr const char* kConnection = "settings portal";
+constexpr const char* kPortalConnection = "settings portal";
 constexpr const char* kPath = "/org/freedesktop/portal/desktop";
 constexpr const char* kInterface = "org.freedesktop.portal.Settings";
 
 }  // namespace
 
 SettingsPortal::SettingsPortal(const QString& busAddress, std::vector<Setting> settings)
-    : bus_(QDBusConnection::connectToBus(busAddress, kConnection)), settings_(std::move(settings)) {
+    : bus_(QDBusConnection::connectToBus(busAddress, kPortalConnection)),
+      settings_(std::move(settings)) {
   qDBusRegisterMetaType<QMap<QString, QVariantMap>>();
   bus_.registerVirtualObject(kPath, this);
   bus_.registerService("org.freedesktop.portal.Desktop");
 }
 
 SettingsPortal::~SettingsPortal() {
-  QDBusConnection::disconnectFromBus(kConnection);
+  QDBusConnection::disconnectFromBus(kPortalConnection);
 }
 
 void SettingsPortal::change(const Setting& setting) {
