@@ -26,9 +26,9 @@ class TapRender : public MeterFeed {
   /// without data skips its pair, output buffers without a partner come out silent. Channels are
   /// not told apart. Both sides may be the same memory.
   ///
-  /// With any volume but 1.0 the output is tanh(volume x input): nothing gets louder than full
-  /// scale. Samples that are not finite count as silence, as does everything at a volume that is
-  /// no number.
+  /// With any volume but 1.0 the output is tanh(volume x input), within 1.2 units in the last place
+  /// and the same on every machine: nothing gets louder than full scale. Samples that are not
+  /// finite count as silence, as does everything at a volume that is no number.
   ///
   /// Real-time thread: takes no lock, allocates nothing, does not enter the system.
   void render(AudioBufferList input, AudioBufferList output) noexcept;

@@ -291,7 +291,7 @@ TEST_F(Controller, TakesTapsAlong) {
   controller->apps.back()->setVolume(0.5);
   ASSERT_EQ(hardware.tapCount(), 1U);
   switchOn();
-  EXPECT_EQ(heard(), std::tanh(0.5F * kSource) * kHalfVolume);
+  EXPECT_FLOAT_EQ(heard(), std::tanh(0.5F * kSource) * kHalfVolume);
   hardware.plug(stereoOutput("usb", kAudioDeviceTransportTypeUSB, 1.0F));
   controller->toggle();
   EXPECT_GT(heard("usb"), 0.0F) << "the restored output";

@@ -38,6 +38,15 @@ struct Block {
   const EqualizerTask* equalizer = nullptr;
 };
 
+/// A stretch of a tapped application's samples. Both sides may be the same memory.
+struct TapBlock {
+  const float* source = nullptr;
+  float* destination = nullptr;
+  std::size_t samples = 0;
+  float volume = 1.0F;  // exactly 1.0: no curve
+  float peak = 0.0F;    // so far, before the volume
+};
+
 /// The same bits as the plain arithmetic of BoostRender.cpp and the scalar model. Real-time safe.
 struct Kernels {
   const char* name;
@@ -46,6 +55,11 @@ struct Kernels {
   /// came so near to overflow that the plain equaliser has to decide; then nothing has happened but
   /// that the finite samples of the source stand in the destination.
   bool (*process)(Block& block);
+
+  /// tanh(volume x sample), the same bits everywhere, and the peak, which is carried on in the
+  /// block. What is not finite counts as silence; an infinite product does not, one that is no
+  /// number does.
+  void (*softClip)(TapBlock& block);
 };
 
 /// Magnitudes between which a coefficient lets `Kernels::process` prove what it does. All curves

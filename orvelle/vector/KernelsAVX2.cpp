@@ -2,6 +2,7 @@
 
 #if defined(__x86_64__)
 #include "orvelle/vector/BlockKernel.h"
+#include "orvelle/vector/SoftClipKernel.h"
 
 namespace orvelle::vector {
 
@@ -11,7 +12,7 @@ struct Avx2 {
 };
 }  // namespace
 
-constinit const Kernels avx2Kernels = {"avx2", process<Avx2>};
+constinit const Kernels avx2Kernels = {"avx2", process<Avx2>, softClip<Avx2>};
 
 }  // namespace orvelle::vector
 #endif

@@ -2,6 +2,7 @@
 
 #if defined(__x86_64__)
 #include "orvelle/vector/BlockKernel.h"
+#include "orvelle/vector/SoftClipKernel.h"
 
 namespace orvelle::vector {
 
@@ -11,7 +12,7 @@ struct Avx512 {
 };
 }  // namespace
 
-constinit const Kernels avx512Kernels = {"avx512", process<Avx512>};
+constinit const Kernels avx512Kernels = {"avx512", process<Avx512>, softClip<Avx512>};
 
 }  // namespace orvelle::vector
 #endif
