@@ -1,8 +1,9 @@
-// Time per stereo frame of every path through the signal chain, with each set of instructions that
-// this processor has, beside the plain scalar model in the same run: `orvelle_bench
-// --benchmark_filter=music`.
+// Time per stereo frame of every path through the signal chains, with each set of instructions that
+// this processor has, beside the plain scalar model or the C library in the same run:
+// `orvelle_bench --benchmark_filter=music`.
 #include <benchmark/benchmark.h>
 
+#include <cmath>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -10,6 +11,7 @@
 
 #include "orvelle/BoostRender.h"
 #include "orvelle/EQPreset.h"
+#include "orvelle/TapRender.h"
 #include "tests/ScalarModel.h"
 
 namespace orvelle {
@@ -51,6 +53,15 @@ std::vector<Path> paths() {
   };
 }
 
+/// Of a tapped application, whose volume the gain stands for.
+std::vector<Path> tapPaths() {
+  constexpr float fullScale = 1.0F;
+  return {
+      {"tap/muted", 0.0F, 1.0F, {}, fullScale},
+      {"tap/clip", 2.0F, 1.0F, {}, fullScale},
+  };
+}
+
 void configure(BoostRender& chain, const Path& path) {
   chain.gain = path.gain;
   chain.spatialWidth = path.spatialWidth;
@@ -63,6 +74,27 @@ void configure(test::ScalarModel& model, const Path& path) {
   model.spatialWidth = path.spatialWidth;
   model.equalizerEnabled = !path.gainsDb.empty();
   model.setGains(path.gainsDb);
+}
+
+/// The soft clip of a tapped application as the C library would have it.
+struct LibraryTap {
+  float volume = 1.0F;
+
+  void render(AudioBufferList input, AudioBufferList output) const {
+    const auto* const from = static_cast<const float*>(input[0].mData);
+    auto* const to = static_cast<float*>(output[0].mData);
+    for (std::size_t i = 0; i < input[0].mDataByteSize / sizeof(float); ++i) {
+      to[i] = std::tanh(volume * from[i]);
+    }
+  }
+};
+
+void configure(TapRender& tap, const Path& path) {
+  tap.volume = path.gain;
+}
+
+void configure(LibraryTap& tap, const Path& path) {
+  tap.volume = path.gain;
 }
 
 /// Long enough that branch prediction cannot learn it by heart.
@@ -100,18 +132,26 @@ void playNoise(benchmark::State& state, Chain&& chain, const Path& path) {
       benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
+/// One path through a chain, beside what it is compared with.
+template <typename Chain, typename Yardstick>
+void add(const Path& path, const char* yardstick) {
+  const auto add = [&path](const char* who, const auto& run) {
+    const std::string name = std::string(path.name) + "/" + who;
+    benchmark::RegisterBenchmark(name.c_str(), run)->Arg(256)->Arg(512)->Arg(1024);
+  };
+  add(yardstick, [path](benchmark::State& state) { playNoise(state, Yardstick(), path); });
+  for (const vector::Kernels* const kernels : vector::usableKernels()) {
+    add(kernels->name,
+        [path, kernels](benchmark::State& state) { playNoise(state, Chain(*kernels), path); });
+  }
+}
+
 [[maybe_unused]] const bool registered = [] {
   for (const Path& path : paths()) {
-    const auto add = [&path](const char* who, const auto& run) {
-      const std::string name = std::string(path.name) + "/" + who;
-      benchmark::RegisterBenchmark(name.c_str(), run)->Arg(256)->Arg(512)->Arg(1024);
-    };
-    add("model", [path](benchmark::State& state) { playNoise(state, test::ScalarModel(), path); });
-    for (const vector::Kernels* const kernels : vector::usableKernels()) {
-      add(kernels->name, [path, kernels](benchmark::State& state) {
-        playNoise(state, BoostRender(*kernels), path);
-      });
-    }
+    add<BoostRender, test::ScalarModel>(path, "model");
+  }
+  for (const Path& path : tapPaths()) {
+    add<TapRender, LibraryTap>(path, "library");
   }
   return true;
 }();
