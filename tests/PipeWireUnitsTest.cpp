@@ -231,16 +231,19 @@ TEST(StereoCycleTest, FactorsActOnWhatTheBlockPlays) {
   StereoCycle cycle([](AudioBufferList input, AudioBufferList output) {
     std::memcpy(output[0].mData, input[0].mData, output[0].mDataByteSize);
   });
-  const std::vector<float> input = {0.1F, -0.7F, 1.5F};
-  std::vector<float> left(3);
-  std::vector<float> right(3);
+  // One vector, and a rest.
+  const std::vector<float> input = {0.1F, -0.7F, 1.5F, 0.2F, -0.3F, 0.9F};
+  std::vector<float> left(6);
+  std::vector<float> right(6);
+  std::vector<float> mono(6);
   const auto run = [&](float leftFactor, float rightFactor) {
     cycle.setOutputFactors(leftFactor, rightFactor);
-    cycle.run({input.data(), input.data(), left.data(), right.data()}, 3);
+    cycle.run({input.data(), input.data(), left.data(), right.data(), mono.data()}, 6);
   };
   run(0.5F, 0.0F);
-  EXPECT_EQ(left, (std::vector<float>{0.05F, -0.35F, 0.75F}));
-  EXPECT_EQ(right, std::vector<float>(3, 0.0F));
+  EXPECT_EQ(left, (std::vector<float>{0.05F, -0.35F, 0.75F, 0.1F, -0.15F, 0.45F}));
+  EXPECT_EQ(right, std::vector<float>(6, 0.0F));
+  EXPECT_EQ(mono, (std::vector<float>{0.025F, -0.175F, 0.375F, 0.05F, -0.075F, 0.225F}));
   run(1.0F, 1.0F);
   EXPECT_EQ(left, input);
   EXPECT_EQ(right, input);

@@ -34,9 +34,7 @@ class StereoCycle {
   /// The session's largest cycle. A longer one is handed over in pieces.
   static constexpr std::uint32_t kMaximumFrames = 8192;
 
-  void runPiece(const StereoPlanes& planes, std::uint32_t offset, std::uint32_t frames) noexcept;
-
-  void applyOutputFactors(std::uint32_t frames) noexcept;
+  void runPiece(const StereoPlanes& planes, std::uint32_t frames) noexcept;
 
   IOBlock block_;
   std::atomic<float> leftFactor_{1.0F};
