@@ -158,9 +158,12 @@ void CallbackSlot::applyFactors(AudioBufferList output) const {
   for (const AudioBuffer& buffer : output) {
     auto* samples = static_cast<float*>(buffer.mData);
     const std::size_t count = samples == nullptr ? 0 : buffer.mDataByteSize / sizeof(float);
-    const std::uint32_t channels = std::max(1U, buffer.mNumberChannels);
-    for (std::size_t index = 0; index < count; ++index) {
-      samples[index] *= factors[index % channels % 2];
+    const std::size_t channels = std::max(1U, buffer.mNumberChannels);
+    // Two loops: a division for each sample would take longer than the soft clip before.
+    for (std::size_t frame = 0; frame < count; frame += channels) {
+      for (std::size_t channel = 0; channel < std::min(channels, count - frame); ++channel) {
+        samples[frame + channel] *= factors[channel % 2];
+      }
     }
   }
 }
