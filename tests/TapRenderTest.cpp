@@ -70,7 +70,7 @@ TEST(TapRenderTest, EveryOtherVolumeIsTanhWithinOneAndAHalfUnitsInTheLastPlace) 
     input.insert(input.end(), stretch.begin(), stretch.end());
   }
   TapRender chain;
-  for (const float volume : {0.25F, 0.999F, 1.0000001F, 2.0F, 3.0F, -1.0F, 1e20F}) {
+  for (const float volume : {0.25F, 0.5F, 0.999F, 1.0000001F, 2.0F, 3.0F, -1.0F, 1e20F}) {
     SCOPED_TRACE(volume);
     chain.volume = volume;
     const std::vector<float> output = play(chain, input, 2);
