@@ -17,6 +17,9 @@ constexpr double kFollowWaitSeconds = 0.01;
 constexpr int kDeviceStartAttempts = 11;
 constexpr double kDeviceStartWaitSeconds = 0.1;
 constexpr int kRestoreAttempts = 3;
+/// Time to read a question and to answer it.
+constexpr int kPermissionLooks = 150;
+constexpr double kPermissionWaitSeconds = 0.2;
 /// A session manager that has just begun takes some hundred milliseconds to give devices their
 /// stored volumes, and seconds on a busy machine.
 constexpr std::array kRaiseAgainSeconds = {0.1, 0.2, 0.4, 0.7, 1.0, 2.0, 3.0};
@@ -61,6 +64,7 @@ void BoostEngine::bringUp(const std::string& loopbackUID, const std::string& out
   if (!loopback) {
     throw EngineError::deviceNotFound(loopbackUID);
   }
+  awaitPermission();
   throwIfGivenUp();
   loopbackID_ = loopback->id;
   const OutputLevel previousLevel = outputLevel(hal_, hal_.defaultOutput());
@@ -88,6 +92,21 @@ void BoostEngine::rememberDefaultOutput() {
 void BoostEngine::throwIfGivenUp() const {
   if (givingUp_ != nullptr && *givingUp_) {
     throw EngineError::givenUp();
+  }
+}
+
+/// A boost without the permission would silence everything. Before anything is changed: while the
+/// system asks its user, the music goes on.
+void BoostEngine::awaitPermission() const {
+  CapturePermission permission = host_.hardware.capturePermission();
+  for (int look = 0; look < kPermissionLooks && permission == CapturePermission::undecided;
+       ++look) {
+    throwIfGivenUp();
+    host_.clock.sleep(kPermissionWaitSeconds);
+    permission = host_.hardware.capturePermission();
+  }
+  if (permission != CapturePermission::granted) {
+    throw EngineError::mayNotReceiveSound();
   }
 }
 

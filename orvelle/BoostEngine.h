@@ -28,10 +28,10 @@ namespace orvelle {
 /// default output is on the loopback, and the default output does not return to one before it has
 /// been lowered.
 ///
-/// The engine takes no lock. `start` may run on any thread and blocks for some 3 s at worst;
-/// everything else belongs to the main thread, and callers see to it that nothing but
-/// `isRunning` is asked while a start runs. What the engine itself does on the main queue begins
-/// when the start has ended.
+/// The engine takes no lock. `start` may run on any thread and blocks for some 3 s at worst, or
+/// half a minute more where the system asks its user for a permission; everything else belongs to
+/// the main thread, and callers see to it that nothing but `isRunning` is asked while a start runs.
+/// What the engine itself does on the main queue begins when the start has ended.
 class BoostEngine final : public BoostRender {
  public:
   explicit BoostEngine(const EngineHost& host);
@@ -81,6 +81,7 @@ class BoostEngine final : public BoostRender {
   void rememberDefaultOutput();
   bool putDefaultOn(AudioObjectID loopback, double waitSeconds);
   void throwIfGivenUp() const;
+  void awaitPermission() const;
   void handLevelToLoopback(AudioObjectID loopback, OutputLevel level, const std::string& outputUID);
   [[nodiscard]] OutputLevel levelForNewLoopback(const AudioDeviceInfo& output) const;
   [[nodiscard]] bool isDefaultOnLoopback() const;

@@ -15,6 +15,13 @@ EngineError EngineError::boostingAlready(std::int32_t process) {
                      "). Stop that one first.");
 }
 
+EngineError EngineError::mayNotReceiveSound() {
+  return EngineError(
+      "Orvelle may not receive sound. Allow it in System Settings > Privacy & Security > "
+      "Microphone, "
+      "which is what the loopback device counts as, then start again.");
+}
+
 EngineError EngineError::givenUp() {
   return EngineError("Given up");
 }

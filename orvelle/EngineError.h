@@ -19,6 +19,8 @@ class EngineError : public std::runtime_error {
   /// Another instance has the default output; two would fight over it, and each take the other's
   /// state for the user's.
   static EngineError boostingAlready(std::int32_t process);
+  /// The user has not let this program receive sound.
+  static EngineError mayNotReceiveSound();
   /// The caller of the start has changed its mind meanwhile.
   static EngineError givenUp();
 

@@ -64,6 +64,7 @@ class ForwardingHardware : public AudioHardware {
     return target_.createProcessTap(description, tap);
   }
   OSStatus destroyProcessTap(AudioObjectID tap) override { return target_.destroyProcessTap(tap); }
+  CapturePermission capturePermission() override { return target_.capturePermission(); }
 
  private:
   AudioHardware& target_;

@@ -6,6 +6,7 @@
 
 #include "instruments/macos/HAL.h"
 #include "instruments/macos/Questions.h"
+#include "orvelle/platform/coreaudio/CapturePermission.h"
 #include "orvelle/platform/coreaudio/TapDescription.h"
 
 namespace report {
@@ -77,6 +78,17 @@ void checkSound(Report& report, const PrivateAggregate& aggregate) {
                                                     std::to_string(reader.outputBuffers) + " out");
 }
 
+std::string permissionText() {
+  switch (orvelle::coreaudio::microphonePermission()) {
+    case orvelle::CapturePermission::granted:
+      return "granted";
+    case orvelle::CapturePermission::undecided:
+      return "not decided yet";
+    case orvelle::CapturePermission::refused:
+      return "refused";
+  }
+}
+
 std::string installedLoopback() {
   for (const char* uid : {"OrvelleAudioDevice_UID", "BlackHole2ch_UID"}) {
     if (deviceWithUID(uid) != kAudioObjectUnknown) {
@@ -131,6 +143,7 @@ void askTaps(Report& report) {
 void askLoopback(Report& report) {
   constexpr AudioObjectPropertySelector isRunningSomewhere = 0x676F6E65;  // gone
   report.section("Loopback device (macOS may ask for a permission now)");
+  report.tell("microphone-permission", permissionText());
   const AudioObjectID loopback = deviceWithUID(installedLoopback());
   if (loopback == kAudioObjectUnknown) {
     report.skip("loopback-readable", "none is installed");

@@ -39,6 +39,9 @@ struct AggregateDescription {
 /// What a tapped process's normal path does meanwhile.
 enum class TapMuteBehavior : std::uint8_t { unmuted = 0, muted = 1, mutedWhenTapped = 2 };
 
+/// What the user has answered when the system asked whether this program may receive sound.
+enum class CapturePermission : std::uint8_t { granted, undecided, refused };
+
 /// A stereo mixdown of what some processes play.
 struct TapDescription {
   std::vector<AudioObjectID> processes;
@@ -125,6 +128,11 @@ class AudioHardware {
   virtual OSStatus createProcessTap(const TapDescription& description, AudioObjectID& tap) = 0;
   virtual OSStatus destroyProcessTap(AudioObjectID tap) = 0;
   /// @}
+
+  /// Whether this program may receive what is played into a loopback. Without the permission there
+  /// is silence, and no call fails. Where the user has not decided yet, the first call has the
+  /// system ask; none waits for the answer.
+  [[nodiscard]] virtual CapturePermission capturePermission() { return CapturePermission::granted; }
 
   /// Puts right what processes of this program that are gone have left in the audio system besides
   /// the properties of devices. Touches nothing of those that live.

@@ -1,5 +1,6 @@
 // What the CoreAudio back end makes of a HAL that behaves as people have reported it: what is heard
 // through taps, of microphones, and after a restart of the audio server.
+#include <atomic>
 #include <cmath>
 #include <optional>
 #include <utility>
@@ -37,6 +38,36 @@ TEST_F(CoreAudioHardwareTest, NobodyIsMutedBeforeSoundHasComeThroughTheTap) {
   tap.stop();
   EXPECT_EQ(heard(kSpeakers), kPlayed);
   world.afterChange = nullptr;
+}
+
+// Fault: a boost that may not receive sound silences everything; the system is changed before its
+// user has answered; or the user is asked again and again.
+TEST_F(CoreAudioHardwareTest, BoostWaitsForThePermission) {
+  const auto isUntouched = [this] {
+    return world.defaultOutputUID() == kSpeakers &&
+           world.device(kSpeakers).volumes.at(0).value == 0.5F && world.aggregateCount() == 0;
+  };
+  adversity().microphone = CapturePermission::refused;
+  EXPECT_THROW(boost(), EngineError);
+  EXPECT_TRUE(isUntouched());
+  EXPECT_EQ(adversity().microphoneRequests, 0) << "in vain";
+
+  adversity().microphone = CapturePermission::undecided;
+  EXPECT_THROW(boost(), EngineError);
+  EXPECT_TRUE(isUntouched());
+  std::atomic<bool> givingUp = false;
+  queue.happenAfter(1.0, [&givingUp] { givingUp = true; });
+  EXPECT_THROW(engine.start(kLoopback, kSpeakers, &givingUp), EngineError);
+  queue.happenAfter(5.0, [&] {
+    EXPECT_TRUE(isUntouched());
+    adversity().microphone = CapturePermission::granted;
+  });
+  const double before = queue.now();
+  boost();
+  EXPECT_NEAR(queue.now() - before, 5.0, 1.0);
+  EXPECT_EQ(adversity().microphoneRequests, 1);
+  EXPECT_NEAR(heard(kSpeakers), kPlayed * volumeFactor(0.5F), 1e-6F);
+  engine.stop(true);
 }
 
 // Fault: a headset's microphone is opened, and heard instead of the music.

@@ -48,6 +48,9 @@ struct Adversity {
   bool callsListenersDuringCalls = false;
   /// Nobody has allowed recording: taps deliver zeros.
   bool refusesRecording = false;
+  /// Whether inputs may be read, and how often that has been asked for.
+  CapturePermission microphone = CapturePermission::granted;
+  int microphoneRequests = 0;
 };
 
 /// All that can be wished for at once without a change of what people hear.
@@ -138,7 +141,7 @@ class StandIn {
   std::shared_ptr<IOProc> find(::AudioObjectID device, ::AudioDeviceIOProcID procID);
   void callListenersDuringCall();
   void callLater(MainQueue::Job job);
-  static void checkMicrophone(const IOProc& proc);
+  void checkMicrophone(const IOProc& proc) const;
 
   SimulatedHardware& world_;
   ManualQueue& queue_;

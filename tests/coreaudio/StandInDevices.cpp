@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 
+#include "orvelle/platform/coreaudio/CapturePermission.h"
 #include "orvelle/platform/coreaudio/TapDescription.h"
 #include "tests/coreaudio/StandIn.h"
 #include "tests/coreaudio/StandInIOProc.h"
@@ -189,7 +190,11 @@ OSStatus StandIn::start(::AudioObjectID device, ::AudioDeviceIOProcID procID) {
              : world_.startDevice(worldID(device), proc->worldID);
 }
 
-void StandIn::checkMicrophone(const IOProc& proc) {
+void StandIn::checkMicrophone(const IOProc& proc) const {
+  if (proc.microphones.size() > proc.tapCount &&
+      adversity.microphone != CapturePermission::granted) {
+    reportFault("inputs are read that deliver silence without the permission");
+  }
   for (std::size_t index = 0; index < proc.microphones.size(); ++index) {
     if (!proc.microphones[index].empty() && proc.isStreamOn[index] != 0) {
       reportFault("the microphone of " + proc.microphones[index] + " is opened");
@@ -267,6 +272,16 @@ OSStatus setTapMuteBehavior(AudioObjectID tap, TapMuteBehavior muteBehavior) {
 OSStatus destroyTap(AudioObjectID tap) {
   checkThread("AudioHardwareDestroyProcessTap");
   return StandIn::current().destroyTap(tap);
+}
+
+CapturePermission microphonePermission() {
+  checkThread("authorizationStatusForMediaType");
+  return StandIn::current().adversity.microphone;
+}
+
+void requestMicrophone() {
+  checkThread("requestAccessForMediaType");
+  ++StandIn::current().adversity.microphoneRequests;
 }
 
 }  // namespace orvelle::coreaudio

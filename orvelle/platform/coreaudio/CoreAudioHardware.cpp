@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "orvelle/platform/PropertySize.h"
+#include "orvelle/platform/coreaudio/CapturePermission.h"
 #include "orvelle/platform/coreaudio/CoreAudioParts.h"
 #include "orvelle/platform/coreaudio/PropertyCodec.h"
 
@@ -171,6 +172,15 @@ OSStatus CoreAudioHardware::createProcessTap(const TapDescription& description,
 OSStatus CoreAudioHardware::destroyProcessTap(AudioObjectID tap) {
   parts_->aggregates.silenceReaders(parts_->taps.uid(tap));
   return parts_->taps.destroy(tap);
+}
+
+CapturePermission CoreAudioHardware::capturePermission() {
+  const CapturePermission permission = coreaudio::microphonePermission();
+  if (permission == CapturePermission::undecided &&
+      !parts_->hasRequestedMicrophone.exchange(true)) {
+    coreaudio::requestMicrophone();
+  }
+  return permission;
 }
 
 }  // namespace orvelle

@@ -45,6 +45,7 @@ class CoreAudioHardware final : public AudioHardware {
   OSStatus stopDevice(AudioObjectID device, AudioDeviceIOProcID procID) override;
   OSStatus createProcessTap(const TapDescription& description, AudioObjectID& tap) override;
   OSStatus destroyProcessTap(AudioObjectID tap) override;
+  CapturePermission capturePermission() override;
 
  private:
   struct Parts;  // keeps the platform's headers out of this one

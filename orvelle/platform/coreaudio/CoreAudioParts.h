@@ -1,6 +1,7 @@
 // What the CoreAudio back end is made of, and how news find their way through it.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -48,6 +49,7 @@ struct CoreAudioHardware::Parts {
   Clock& clock;
   std::mutex mutex;
   std::map<ListenerToken, Registration> registrations;
+  std::atomic<bool> hasRequestedMicrophone{false};
   /// What the listeners of the device list and of the default output were last told of.
   std::map<PropertyAddress, PropertyValue> reported;
   /// Posted jobs hold it weakly: they may come due after the end.

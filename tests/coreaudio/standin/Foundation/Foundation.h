@@ -1,4 +1,4 @@
-// The part of Foundation that the tap description uses, declared anew from its public
+// The part of Foundation that the audio back end uses, declared anew from its public
 // documentation. For compilers only: nothing here is implemented.
 #pragma once
 
@@ -7,6 +7,9 @@
 using BOOL = bool;
 using NSUInteger = unsigned long;
 using NSInteger = long;
+#ifndef nil
+#define nil nullptr
+#endif
 
 __attribute__((objc_root_class))
 @interface NSObject
@@ -33,3 +36,10 @@ __attribute__((objc_root_class))
 + (instancetype)array;
 - (void)addObject:(ObjectType)object;
 @end
+
+@interface NSBundle : NSObject
++ (instancetype)bundleWithPath:(NSString*)path;
+- (BOOL)load;
+@end
+
+extern "C" Class NSClassFromString(NSString* name);

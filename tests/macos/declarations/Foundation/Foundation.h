@@ -4,10 +4,6 @@
 
 #include_next <Foundation/Foundation.h>
 
-#ifndef nil
-#define nil nullptr
-#endif
-
 @protocol NSObject
 @end
 
@@ -19,13 +15,6 @@
 @property(readonly) NSInteger code;
 @property(readonly, copy) NSString* localizedDescription;
 @end
-
-@interface NSBundle : NSObject
-+ (instancetype)bundleWithPath:(NSString*)path;
-- (BOOL)load;
-@end
-
-extern "C" Class NSClassFromString(NSString* name);
 
 enum NSActivityOptions : unsigned long long { NSActivityUserInitiated = 0x00FFFFFFULL };
 
