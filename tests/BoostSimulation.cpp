@@ -363,6 +363,17 @@ void BoostSimulation::letTimePass() {
 
 // Small things
 
+void BoostSimulation::pump(double seconds) {
+  const double end = rig_.queue.now() + seconds;
+  // A tap that waits for sound has to get some.
+  constexpr double pieceSeconds = 0.04;
+  while (!tapsAreImmediate() && rig_.queue.now() + pieceSeconds < end) {
+    rig_.queue.advance(pieceSeconds);
+    hardware_.runCycle(kFrames);
+  }
+  rig_.queue.advance(std::max(0.0, end - rig_.queue.now()));
+}
+
 std::string BoostSimulation::anyPlugged() {
   std::vector<std::string> uids;
   for (const auto& [uid, device] : asTheUserLeftIt_) {

@@ -93,7 +93,7 @@ class BoostSimulation {
 
   // Small things.
   EngineHost host() { return rig_.host; }
-  void pump(double seconds) { rig_.queue.advance(seconds); }
+  void pump(double seconds);
   std::string anyPlugged();
   [[nodiscard]] std::vector<std::string> pluggedOutputs() const;
   void rememberUsersChoice(const std::string& uid) {
@@ -122,6 +122,7 @@ class BoostSimulation {
   std::set<std::string> exposed_;
   /// Came back as loud as they vanished, and the engine may not know yet.
   std::set<std::string> returnedLoud_;
+  float loudestLoopbackFactor_ = 0.0F;  ///< since everything was last heard as it has to be
   std::vector<std::string> story_;
   bool hasBeenStarted_ = false;
   Tally& tally_;

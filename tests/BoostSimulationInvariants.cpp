@@ -49,6 +49,7 @@ void BoostSimulation::calm() {
       expectHeardAt(uid, index);
     }
   }
+  loudestLoopbackFactor_ = loopbackFactor();
 }
 
 void BoostSimulation::expectFollow(const std::vector<std::string>& outputs) {
@@ -119,13 +120,18 @@ void BoostSimulation::putRight() {
   const auto isRead = [this](const Player& player) {
     return player.tap->isRunning() && !away_.contains(player.outputUID);
   };
-  EXPECT_EQ(hardware_.callbackCount() - callbacks,
-            static_cast<std::uint64_t>(std::ranges::count_if(players_, isRead)))
-      << "a callback runs after the stop, or a tap's does not";
+  const auto running = hardware_.callbackCount() - callbacks;
+  const auto expected = static_cast<std::uint64_t>(std::ranges::count_if(players_, isRead));
+  EXPECT_LE(running, expected) << "a callback runs after the stop";
+  // Where news of an output that has returned may be lost, the next calm tells.
+  EXPECT_GE(running, tapsAreImmediate() ? expected : 0) << "a tap's callback does not run";
   countRefusals();
   EXPECT_LE(hardware_.aggregateCount(), runningTaps() + refused_[CallKind::destroyAggregateDevice]);
   EXPECT_LE(hardware_.ioProcCount(), runningTaps() + refused_[CallKind::destroyIOProcID]);
-  EXPECT_LE(hardware_.listenerCount(), observers_ + refused_[CallKind::removePropertyListener]);
+  // What follows a loopback: devices, default output, mute and three volumes.
+  const std::size_t followers = tapsAreImmediate() ? 0 : 6;
+  EXPECT_LE(hardware_.listenerCount(),
+            observers_ + followers + refused_[CallKind::removePropertyListener]);
 }
 
 void BoostSimulation::expectAsTheUserLeftIt() {
@@ -161,6 +167,7 @@ void BoostSimulation::listen() {
   if (hardware_.defaultOutputUID() == kLoopback) {
     exposed_.clear();
   }
+  loudestLoopbackFactor_ = std::max(loudestLoopbackFactor_, loopbackFactor());
   hardware_.runCycle(kFrames);
   for (const auto& [uid, device] : asTheUserLeftIt_) {
     if (away_.contains(uid) || uid == kLoopback || exposed_.contains(uid) ||
@@ -182,8 +189,10 @@ float BoostSimulation::loudestAllowed(const Player& player,
   }
   const float own = loudestFactor(asTheUserLeftIt);
   const float direct = kSource * std::max(own, loopbackFactor() * rig_.engine->gain.load());
-  const float tapped = throughTapAt(player.tap->volume) * std::max(own, loopbackFactor());
-  if (player.isChanging) {
+  // News may be late, or lost until the next calm.
+  const float governor = tapsAreImmediate() ? loopbackFactor() : loudestLoopbackFactor_;
+  const float tapped = throughTapAt(player.tap->volume) * std::max(own, governor);
+  if (player.isChanging || (isThroughTap(player) && !tapsAreImmediate())) {
     return std::max(direct, tapped);
   }
   return isThroughTap(player) ? tapped : direct;

@@ -19,6 +19,10 @@ std::unique_ptr<AudioHardware> openDoor(SimulatedHardware& world, ManualQueue& q
 /// between those that the session asks for.
 std::uint64_t failedCallStride();
 
+/// Whether a started tap has its process off the normal path at once, and follows the loopback's
+/// volume at once; or when sound has come through it, and with the news.
+bool tapsAreImmediate();
+
 /// The id by which a process of the world is known behind the door.
 AudioObjectID behindDoor(AudioObjectID process, SimulatedHardware& world, AudioHardware& door);
 

@@ -12,6 +12,10 @@ AudioObjectID behindDoor(AudioObjectID process, SimulatedHardware& /*world*/,
   return process;
 }
 
+bool tapsAreImmediate() {
+  return true;
+}
+
 std::uint64_t failedCallStride() {
   return 1;
 }

@@ -23,7 +23,7 @@ std::unique_ptr<StandInDoor> openStandInDoor(SimulatedHardware& world, ManualQue
   return std::make_unique<StandInDoor>(std::move(standIn), std::move(hardware));
 }
 
-/// That at the same place in the list.
+/// That at the same place in the list; 0 where it has ended, or cannot be asked for.
 AudioObjectID behindDoor(AudioObjectID process, SimulatedHardware& world, AudioHardware& door) {
   const auto processes = [](AudioHardware& hardware) {
     return readProperty<std::vector<AudioObjectID>>(hardware, kAudioObjectSystemObject,
@@ -31,8 +31,15 @@ AudioObjectID behindDoor(AudioObjectID process, SimulatedHardware& world, AudioH
         .value_or(std::vector<AudioObjectID>{});
   };
   const auto inWorld = processes(world);
-  const auto place = std::ranges::find(inWorld, process) - inWorld.begin();
-  return processes(door).at(static_cast<std::size_t>(place));
+  const auto behind = processes(door);
+  const auto found = std::ranges::find(inWorld, process);
+  return found == inWorld.end() || behind.size() != inWorld.size()
+             ? kAudioObjectUnknown
+             : behind[static_cast<std::size_t>(found - inWorld.begin())];
+}
+
+bool tapsAreImmediate() {
+  return false;
 }
 
 std::uint64_t failedCallStride() {

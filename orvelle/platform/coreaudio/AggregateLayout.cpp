@@ -27,7 +27,7 @@ AggregateLayout layoutOf(const AggregateDescription& description) {
       for (std::size_t input = firstInput; input < end; ++input) {
         layout.droppedInputs |= 1U << input;
       }
-    } else if (isLoopback(device)) {
+    } else if (isLoopback(device).value_or(false)) {
       layout.loopback = device;
       layout.isOutOfReach = firstInput >= CallbackSlot::mostBuffers;
     }
@@ -52,12 +52,28 @@ bool isComplete(AudioObjectID hal, const AggregateDescription& description,
                                                   layout.inputs + description.taps.size();
 }
 
-bool isLoopback(AudioObjectID halDevice) {
+std::optional<bool> isLoopback(AudioObjectID halDevice) {
   PropertyValue transport;
-  readValue(halDevice, {kAudioDevicePropertyTransportType}, transport);
-  return transport == PropertyValue(kAudioDeviceTransportTypeVirtual) &&
-         bufferCount(halDevice, kAudioObjectPropertyScopeInput) > 0 &&
-         bufferCount(halDevice, kAudioObjectPropertyScopeOutput) > 0;
+  const OSStatus status = readValue(halDevice, {kAudioDevicePropertyTransportType}, transport);
+  if (status != kAudioHardwareNoError && status != kAudioHardwareUnknownPropertyError) {
+    return std::nullopt;
+  }
+  if (transport != PropertyValue(kAudioDeviceTransportTypeVirtual)) {
+    return false;
+  }
+  for (const std::uint32_t scope :
+       {kAudioObjectPropertyScopeInput, kAudioObjectPropertyScopeOutput}) {
+    PropertyValue value;
+    readValue(halDevice, {kAudioDevicePropertyStreamConfiguration, scope}, value);
+    const auto* streams = std::get_if<StreamConfiguration>(&value);
+    if (streams == nullptr) {
+      return std::nullopt;
+    }
+    if (streams->channelsPerBuffer.empty()) {
+      return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace orvelle::coreaudio

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "orvelle/platform/AudioHardware.h"
 
@@ -30,7 +31,8 @@ bool isReady(AudioObjectID hal, const AggregateDescription& description,
 bool isComplete(AudioObjectID hal, const AggregateDescription& description,
                 const AggregateLayout& layout);
 
-/// Whether it is one of the devices through which what it plays comes back as input.
-bool isLoopback(AudioObjectID halDevice);
+/// Whether it is one of the devices through which what it plays comes back as input. Absent where
+/// it does not answer.
+std::optional<bool> isLoopback(AudioObjectID halDevice);
 
 }  // namespace orvelle::coreaudio

@@ -17,24 +17,37 @@ constexpr PropertyAddress outputAddress(std::uint32_t selector, std::uint32_t el
   return {selector, kAudioObjectPropertyScopeOutput, element};
 }
 
-std::optional<float> readFloat(AudioObjectID object, const PropertyAddress& address) {
-  PropertyValue value;
-  readValue(object, address, value);
-  const auto* number = std::get_if<float>(&value);
-  return number == nullptr ? std::nullopt : std::optional(*number);
-}
+/// A series of questions. A failure that says anything else than that there is no such property
+/// leaves the whole in doubt: taken for an answer, it would make somebody louder.
+class Questions {
+ public:
+  template <class Value>
+  std::optional<Value> ask(AudioObjectID object, const PropertyAddress& address) {
+    PropertyValue value;
+    const OSStatus status = readValue(object, address, value);
+    const auto* answer = std::get_if<Value>(&value);
+    isInDoubt_ = isInDoubt_ || (answer == nullptr && status != kAudioHardwareUnknownPropertyError);
+    return answer == nullptr ? std::nullopt : std::optional(*answer);
+  }
+
+  [[nodiscard]] bool isInDoubt() const { return isInDoubt_; }
+
+ private:
+  bool isInDoubt_ = false;
+};
 
 /// The factor that the driver applies to a channel: that of its own control, else of the main one.
 /// 1 without any. The HAL tells it in decibels; where it does not, the scalar is taken for one of
 /// the cubic scale, which is never too loud.
-float volumeFactor(AudioObjectID device, std::uint32_t channel) {
+float volumeFactor(Questions& questions, AudioObjectID device, std::uint32_t channel) {
   for (const std::uint32_t element : {channel, kAudioObjectPropertyElementMain}) {
-    const auto scalar = readFloat(device, outputAddress(kAudioDevicePropertyVolumeScalar, element));
+    const auto scalar =
+        questions.ask<float>(device, outputAddress(kAudioDevicePropertyVolumeScalar, element));
     if (!scalar) {
       continue;
     }
     const auto decibels =
-        readFloat(device, outputAddress(::kAudioDevicePropertyVolumeDecibels, element));
+        questions.ask<float>(device, outputAddress(::kAudioDevicePropertyVolumeDecibels, element));
     if (*scalar == 0.0F || !decibels) {
       return *scalar * *scalar * *scalar;
     }
@@ -43,12 +56,10 @@ float volumeFactor(AudioObjectID device, std::uint32_t channel) {
   return 1.0F;
 }
 
-bool isMuted(AudioObjectID device) {
-  PropertyValue value;
-  readValue(device, outputAddress(kAudioDevicePropertyMute, kAudioObjectPropertyElementMain),
-            value);
-  const auto* flag = std::get_if<std::uint32_t>(&value);
-  return flag != nullptr && *flag != 0;
+bool isMuted(Questions& questions, AudioObjectID device) {
+  const auto flag = questions.ask<std::uint32_t>(
+      device, outputAddress(kAudioDevicePropertyMute, kAudioObjectPropertyElementMain));
+  return flag.value_or(0) != 0;
 }
 
 }  // namespace
@@ -73,12 +84,16 @@ void TapLoudness::update() {
 
 void TapLoudness::follow() {
   std::set<Property> wanted;
+  bool isInDoubt = false;
   for (const AudioObjectID reader : aggregates_.tapReaders()) {
     wanted.emplace(kAudioObjectSystemObject,
                    PropertyAddress{kAudioHardwarePropertyDefaultOutputDevice});
     // A loopback may come or go, and so may the reader's own master.
     wanted.emplace(kAudioObjectSystemObject, PropertyAddress{kAudioHardwarePropertyDevices});
-    if (const AudioObjectID loopback = governor(reader); loopback != kAudioObjectUnknown) {
+    const auto found = governor(reader);
+    isInDoubt = isInDoubt || !found;
+    const AudioObjectID loopback = found.value_or(kAudioObjectUnknown);
+    if (loopback != kAudioObjectUnknown) {
       wanted.emplace(loopback,
                      outputAddress(kAudioDevicePropertyMute, kAudioObjectPropertyElementMain));
       for (const std::uint32_t element : kElements) {
@@ -87,7 +102,7 @@ void TapLoudness::follow() {
     }
   }
   std::erase_if(watched_, [&](const auto& watched) {
-    const bool isUnwanted = !wanted.contains(watched.first);
+    const bool isUnwanted = !isInDoubt && !wanted.contains(watched.first);
     if (isUnwanted) {
       listeners_.unwatch(watched.second);
     }
@@ -103,29 +118,47 @@ void TapLoudness::follow() {
   update();
 }
 
-/// The loopback that governs what a reader plays; 0 for none.
-AudioObjectID TapLoudness::governor(AudioObjectID reader) const {
-  return governingLoopback(aggregates_.outline(reader), aggregates_.outlines(), defaultLoopback());
+/// The loopback that governs what a reader plays, 0 for none. Absent when it cannot be told.
+std::optional<AudioObjectID> TapLoudness::governor(AudioObjectID reader) const {
+  const auto loopback = defaultLoopback();
+  const AudioObjectID governor =
+      governingLoopback(aggregates_.outline(reader), aggregates_.outlines(), loopback.value_or(0));
+  return loopback || governor != kAudioObjectUnknown ? std::optional(governor) : std::nullopt;
 }
 
-AudioObjectID TapLoudness::defaultLoopback() const {
-  PropertyValue value;
-  readValue(kAudioObjectSystemObject, {kAudioHardwarePropertyDefaultOutputDevice}, value);
-  const auto* device = std::get_if<std::uint32_t>(&value);
-  return device != nullptr && isLoopback(*device) ? ids_.ours(*device) : kAudioObjectUnknown;
+/// As `governor`.
+std::optional<AudioObjectID> TapLoudness::defaultLoopback() const {
+  Questions questions;
+  const auto device = questions.ask<std::uint32_t>(kAudioObjectSystemObject,
+                                                   {kAudioHardwarePropertyDefaultOutputDevice});
+  if (!device) {
+    return std::nullopt;
+  }
+  const auto found = *device == kAudioObjectUnknown ? false : isLoopback(*device);
+  if (!found) {
+    return std::nullopt;
+  }
+  return *found ? ids_.ours(*device) : kAudioObjectUnknown;
 }
 
 /// Absent when it cannot be told: what held before holds on.
 std::optional<TapLoudness::Factors> TapLoudness::factorsAt(AudioObjectID reader) const {
-  const AudioObjectID loopback = governor(reader);
-  if (loopback == kAudioObjectUnknown) {
+  const auto loopback = governor(reader);
+  if (!loopback) {
+    return std::nullopt;
+  }
+  if (*loopback == kAudioObjectUnknown) {
     return Factors{};
   }
-  const AudioObjectID hal = ids_.hal(loopback);
+  const AudioObjectID hal = ids_.hal(*loopback);
   if (hal == kAudioObjectUnknown) {
     return std::nullopt;
   }
-  return isMuted(hal) ? Factors{0.0F, 0.0F} : Factors{volumeFactor(hal, 1), volumeFactor(hal, 2)};
+  Questions questions;
+  const Factors factors = isMuted(questions, hal) ? Factors{0.0F, 0.0F}
+                                                  : Factors{volumeFactor(questions, hal, 1),
+                                                            volumeFactor(questions, hal, 2)};
+  return questions.isInDoubt() ? std::nullopt : std::optional(factors);
 }
 
 }  // namespace orvelle::coreaudio

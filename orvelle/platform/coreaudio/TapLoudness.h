@@ -40,8 +40,8 @@ class TapLoudness {
   };
   using Property = std::pair<AudioObjectID, PropertyAddress>;
 
-  [[nodiscard]] AudioObjectID governor(AudioObjectID reader) const;
-  [[nodiscard]] AudioObjectID defaultLoopback() const;
+  [[nodiscard]] std::optional<AudioObjectID> governor(AudioObjectID reader) const;
+  [[nodiscard]] std::optional<AudioObjectID> defaultLoopback() const;
   [[nodiscard]] std::optional<Factors> factorsAt(AudioObjectID reader) const;
 
   ObjectIDs& ids_;
