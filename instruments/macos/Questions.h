@@ -18,6 +18,10 @@ void askListeners(Report& report);
 void askAggregates(Report& report);
 /// Process taps, on this process itself, and the permission for them.
 void askTaps(Report& report);
+/// Whether what a process has made ends with it when it is killed. Starts this program once more.
+void askDeath(Report& report);
+/// What the one that is killed does: taps its parent and waits. Its exit status.
+int holdTap();
 /// Whether the loopback device can be read, which takes the permission for microphones.
 void askLoopback(Report& report);
 /// Waits for the user to restart the audio server, and tells what arrives in which order.

@@ -12,6 +12,9 @@ int main(int argc, char** argv) {
     report::watchRestart(answers);
     return answers.finish();
   }
+  if (option == "--hold-tap") {
+    return report::holdTap();
+  }
   if (argc > 1) {
     std::puts("usage: orvelle-report [--restart]");
     return 2;
@@ -22,6 +25,7 @@ int main(int argc, char** argv) {
   report::askListeners(answers);
   report::askAggregates(answers);
   report::askTaps(answers);
+  report::askDeath(answers);
   report::askLoopback(answers);
   return answers.finish();
 }
