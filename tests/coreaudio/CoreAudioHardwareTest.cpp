@@ -1,11 +1,14 @@
 // What the CoreAudio back end makes of a HAL that behaves as people have reported it: devices,
 // callbacks and news.
 #include <algorithm>
+#include <cstdlib>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "orvelle/platform/coreaudio/CallbackSlot.h"
 #include "tests/coreaudio/CoreAudioRig.h"
 
 namespace orvelle {
@@ -211,6 +214,56 @@ TEST_F(CoreAudioHardwareTest, LateCallsFindNobody) {
   hardware.reset();
   queue.advance(1.0);
   EXPECT_EQ(news, 0);
+}
+
+// Fault: a listener that is removed while it is added anew stays in the audio system.
+TEST_F(CoreAudioHardwareTest, ListenerMayBeRemovedWhileItIsRenewed) {
+  ListenerToken token = 0;
+  ASSERT_EQ(door->addPropertyListener(
+                kAudioObjectSystemObject, kDevices, [] {}, token),
+            0);
+  adversity().whileListening = [&](UInt32 selector) {
+    if (selector == kDevices.selector) {
+      door->removePropertyListener(std::exchange(token, 0));
+    }
+  };
+  door->standIn().restartServer();
+  queue.advance(0.1);
+  EXPECT_EQ(token, 0U);
+  EXPECT_EQ(world.listenerCount(), 0U);
+}
+
+// Fault: each start of a callback adds another one who looks after it.
+TEST_F(CoreAudioHardwareTest, OneLooksAfterACallback) {
+  AudioObjectID aggregate = kAudioObjectUnknown;
+  ASSERT_EQ(makeAggregate(aggregate), 0);
+  AudioDeviceIOProcID proc = 0;
+  ASSERT_EQ(door->createIOProcID(
+                aggregate, [](AudioBufferList, AudioBufferList) {}, proc),
+            0);
+  for (int start = 0; start < 20; ++start) {
+    ASSERT_EQ(door->startDevice(aggregate, proc), 0);
+    queue.advance(0.01);
+    ASSERT_EQ(door->stopDevice(aggregate, proc), 0);
+  }
+  ASSERT_EQ(door->startDevice(aggregate, proc), 0);
+  const TimerID before = queue.postAfter(0.0, [] {});
+  queue.advance(1.0);
+  EXPECT_LT(queue.postAfter(0.0, [] {}) - before, 50U) << "timers in a second";
+  EXPECT_EQ(door->destroyAggregateDevice(aggregate), 0);
+}
+
+// Fault: a call of the audio system that comes while the process ends meets a block that has been
+// destroyed.
+TEST(CallbackSlotDeathTest, BlocksOutliveTheEndOfTheProcess) {
+  const auto end = [] {
+    coreaudio::CallbackSettings settings;
+    settings.block = [last = std::shared_ptr<void>(nullptr, [](void*) { std::_Exit(1); })](
+                         AudioBufferList, AudioBufferList) {};
+    static_cast<void>(coreaudio::CallbackSlot::occupy(std::move(settings)).release());
+    std::exit(0);
+  };
+  EXPECT_EXIT(end(), testing::ExitedWithCode(0), "");
 }
 
 // Fault: what engines leave behind stays in the audio system when the program ends in order.

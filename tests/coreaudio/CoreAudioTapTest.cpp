@@ -146,6 +146,43 @@ TEST_F(CoreAudioHardwareTest, TapReaderIsMadeAnewWhenItsOutputReturns) {
   EXPECT_EQ(world.tapCount(), 0U);
 }
 
+// Fault: a reader whose output returned and would not start stays as it is for ever, and the
+// application's volume with it.
+TEST_F(CoreAudioHardwareTest, TapReaderThatWouldNotStartIsTriedAgain) {
+  world.plug(stereoOutput("other", kAudioDeviceTransportTypeUSB, 1.0F));
+  tapPlayer(0.5F, "other");
+  live(0.2);
+  const DeviceDescription other = world.unplug("other");
+  live(0.1);
+  adversity().failingStarts = 100;
+  world.plug(other);
+  live(1.0);
+  EXPECT_EQ(world.aggregateCount() + world.ioProcCount(), 0U);
+  EXPECT_NEAR(heard(kSpeakers), kPlayed * volumeFactor(0.5F), 1e-6F) << "on its normal path";
+  adversity().failingStarts = 0;
+  world.plug(stereoOutput("another", kAudioDeviceTransportTypeUSB));
+  live(0.5);
+  EXPECT_NEAR(heard("other"), std::tanh(0.5F * kPlayed), 1e-6F);
+  tap.stop();
+}
+
+// Fault: a question that fails is taken for the answer that nothing governs a tap, which then plays
+// at full level into the output that the boost holds at full volume.
+TEST_F(CoreAudioHardwareTest, TapIsNotLouderForWantOfAnAnswer) {
+  boost();
+  tapPlayer(1.0F);
+  live(0.2);
+  for (std::uint64_t skip = 0; skip < 30; ++skip) {
+    world.inject({.kind = CallKind::getPropertyData, .skip = skip, .count = 1});
+    world.setVolume(kLoopback, skip % 2 == 0 ? 0.4F : 0.5F);
+    live(0.1);
+    EXPECT_LE(heard(kSpeakers), kPlayed * volumeFactor(0.5F) * 1.001F) << skip;
+    world.clearFaults();
+  }
+  tap.stop();
+  engine.stop(true);
+}
+
 // Fault: an output that returns and does not become ready holds up the main thread for ever, since
 // each attempt is itself a change of the devices; what has returned with other streams is waited
 // for in vain; or it is never tried again.

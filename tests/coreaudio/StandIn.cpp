@@ -140,6 +140,9 @@ OSStatus StandIn::addListener(::AudioObjectID object, const ::AudioObjectPropert
     const std::lock_guard lock(mutex_);
     listeners_[key] = listener;
   }
+  if (adversity.whileListening && object == kAudioObjectSystemObject) {
+    adversity.whileListening(address.mSelector);
+  }
   return status;
 }
 

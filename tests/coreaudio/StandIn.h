@@ -31,6 +31,8 @@ struct Adversity {
   double tapStreamsLagSeconds = 0.0;
   /// Called while one is listed, and its creation has not returned yet.
   std::function<void()> duringCreation = {};
+  /// Called when a listener of the system object has been added, before the call returns.
+  std::function<void(UInt32 selector)> whileListening = {};
   /// An aggregate that was destroyed is still listed.
   double destroyedAggregatesLingerSeconds = 0.0;
   /// Of each callback: so many first starts fail.

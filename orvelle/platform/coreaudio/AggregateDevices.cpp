@@ -365,7 +365,10 @@ bool AggregateDevices::renew(AudioObjectID id, const Aggregate& reader) {
   if (waitsForSound) {
     procs_.closePaths(id);
   }
-  procs_.renew(id, layout.droppedInputs, kTapStart);
+  if (!procs_.renew(id, layout.droppedInputs, kTapStart)) {
+    suspend(id);
+    return false;
+  }
   return true;
 }
 

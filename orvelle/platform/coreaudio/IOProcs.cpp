@@ -1,6 +1,7 @@
 #include "orvelle/platform/coreaudio/IOProcs.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "orvelle/platform/coreaudio/PropertyCodec.h"
 #include "orvelle/platform/coreaudio/StreamUsage.h"
@@ -190,15 +191,17 @@ void IOProcs::closePaths(AudioObjectID device) {
 
 void IOProcs::suspend(AudioObjectID device) {
   for (const auto& [procID, proc] : of(device)) {
-    AudioDeviceStop(ids_.hal(device), proc->hal);
-    AudioDeviceDestroyIOProcID(ids_.hal(device), proc->hal);
-    proc->hal = nullptr;
+    if (proc->hal != nullptr) {
+      AudioDeviceStop(ids_.hal(device), proc->hal);
+      AudioDeviceDestroyIOProcID(ids_.hal(device), std::exchange(proc->hal, nullptr));
+    }
     // A call of the former device that was held up must not run beside those of the next one.
     proc->slot->renumber(proc->slot->droppedInputs());
   }
 }
 
-void IOProcs::renew(AudioObjectID device, std::uint32_t droppedInputs, const Patience& patience) {
+bool IOProcs::renew(AudioObjectID device, std::uint32_t droppedInputs, const Patience& patience) {
+  bool areRenewed = true;
   for (const auto& [procID, proc] : of(device)) {
     bool wasStarted = false;
     {
@@ -207,12 +210,10 @@ void IOProcs::renew(AudioObjectID device, std::uint32_t droppedInputs, const Pat
     }
     proc->slot->renumber(droppedInputs);
     proc->hal = nullptr;
-    const OSStatus made = makeAtHAL(*proc);
-    if (wasStarted) {
-      setStarted(proc, made == kAudioHardwareNoError &&
-                           start(device, procID, patience) == kAudioHardwareNoError);
-    }
+    areRenewed = areRenewed && makeAtHAL(*proc) == kAudioHardwareNoError &&
+                 (!wasStarted || start(device, procID, patience) == kAudioHardwareNoError);
   }
+  return areRenewed;
 }
 
 // The watch: main thread

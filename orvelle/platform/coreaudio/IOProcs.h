@@ -46,8 +46,9 @@ class IOProcs {
   /// known here as they were.
   void suspend(AudioObjectID device);
   /// The device is another object now, with other inputs to be dropped (CallbackSettings):
-  /// callbacks are made again, and started where they had been.
-  void renew(AudioObjectID device, std::uint32_t droppedInputs, const Patience& patience);
+  /// callbacks are made again, and started where they had been. False where that failed: they then
+  /// wait to be suspended, and to be renewed another time.
+  bool renew(AudioObjectID device, std::uint32_t droppedInputs, const Patience& patience);
 
   /// Asked on the main thread when sound has arrived at a device whose callbacks wait for it;
   /// whether they may be heard now.
