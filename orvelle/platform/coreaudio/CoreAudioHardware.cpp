@@ -89,12 +89,11 @@ OSStatus CoreAudioHardware::setPropertyData(AudioObjectID object, const Property
 OSStatus CoreAudioHardware::addPropertyListener(AudioObjectID object,
                                                 const PropertyAddress& address,
                                                 PropertyListener listener, ListenerToken& token) {
+  PropertyValue current;  // read before anything can be told
   // The HAL takes listeners for properties, too, that never change because they do not exist.
-  if (!hasProperty(object, address)) {
+  if (parts_->get(object, address, current) == kAudioHardwareUnknownPropertyError) {
     return kAudioHardwareUnknownPropertyError;
   }
-  PropertyValue current;  // read before anything can be told
-  parts_->get(object, address, current);
   coreaudio::HALListeners::WatchID watch = 0;
   const OSStatus status = parts_->listeners.watch(object, address, watch);
   if (status != kAudioHardwareNoError) {

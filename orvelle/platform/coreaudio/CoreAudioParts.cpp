@@ -147,6 +147,8 @@ void CoreAudioHardware::Parts::devicesChanged() {
   listeners.installMissing();
   aggregates.renewTapReaders();
   report(kDevices);
+  // Had its news been lost, the next change back would look like none.
+  report(kDefaultOutput);
   loudness.follow();
 }
 
