@@ -18,8 +18,7 @@ EngineError EngineError::boostingAlready(std::int32_t process) {
 EngineError EngineError::mayNotReceiveSound() {
   return EngineError(
       "Orvelle may not receive sound. Allow it in System Settings > Privacy & Security > "
-      "Microphone, "
-      "which is what the loopback device counts as, then start again.");
+      "Microphone, which is what the loopback device counts as, then start again.");
 }
 
 EngineError EngineError::givenUp() {
