@@ -13,6 +13,9 @@ inline constexpr float leastMiddling = 0x1p-43F;
 /// Below this, all is fading away, and the proof would soon fail.
 inline constexpr float leastSound = 0x1p-32F;
 
+/// Above this, a gain could overflow when it takes in the scale of the equaliser's samples.
+inline constexpr float mostScaledGain = 0x1p90F;
+
 /// The least magnitude that is not 0 (as far as it is below `leastMiddling`), and the largest.
 struct Range {
   float least;
@@ -25,7 +28,32 @@ struct FrameBuffer {
   alignas(64) float samples[2 * (mostFrames + surplus)];
 };
 
-/// Copies a block into the buffer, finite, flushed and scaled down. Returns its range, not scaled.
+/// Whether the equaliser can read this block where it lies: two channels of sound without anything
+/// that is not finite or would be flushed, and that nothing is written over before it is read.
+/// Zeros may have either sign: behind the first station, it makes no difference any more.
+template <class Machine>
+bool canReadInPlace(const Block& block, float& most) {
+  using L = Lanes<Machine>;
+  const bool overlap = block.destination < block.source + block.samples &&
+                       block.source < block.destination + block.samples;
+  if (overlap || block.equalizer->channels == 1) {
+    return false;
+  }
+  auto mostOfLane = L::all(0.0F);
+  auto unfit = L::all(0);
+  std::size_t i = 0;
+  for (; i + L::count <= block.samples; i += L::count) {
+    const auto magnitude = L::magnitude(L::load(block.source + i));
+    mostOfLane = L::larger(magnitude, mostOfLane);
+    unfit |= ~(magnitude >= leastMiddling) & (magnitude != 0.0F);
+  }
+  const auto rest = L::magnitude(loadSome<Machine>(block.source + i, block.samples - i));
+  unfit |= ~(rest >= leastMiddling) & (rest != 0.0F);
+  most = L::largest(L::larger(rest, mostOfLane));
+  return !L::any(unfit) && most <= mostMiddling;
+}
+
+/// Copies a block into the buffer, finite and flushed. Returns its range.
 template <class Machine>
 Range fill(FrameBuffer& buffer, const Block& block) {
   using L = Lanes<Machine>;
@@ -46,10 +74,7 @@ Range fill(FrameBuffer& buffer, const Block& block) {
     const auto isKept = (magnitude >= Equalizer::denormalFloor) & L::isFinite(x);
     tiny |= isKept & (magnitude < leastMiddling);
     most = L::larger(L::bits(magnitude) & isKept, most);
-    L::store(buffer.samples + i, L::keep(isKept, x) * scaleDown);
-  }
-  for (std::size_t i = lanes; i < lanes + 2 * FrameBuffer::surplus; ++i) {
-    buffer.samples[i] = 0.0F;
+    L::store(buffer.samples + i, L::keep(isKept, x));
   }
   return {L::any(tiny) ? Equalizer::denormalFloor : leastMiddling, L::largest(L::number(most))};
 }
@@ -81,16 +106,9 @@ void leaveLeft(float* frames, std::size_t count) {
   }
 }
 
-/// The stages behind the equaliser on their own.
-template <class Machine, class Source>
-void finishAll(Block& block, const float* source, float scale) {
-  Finish<Machine, Source> finish(block, source, scale);
-  finish.takeRest(block);
-}
-
 /// False if the result does not hold; the destination may have been written all the same.
 template <class Machine, std::size_t vectors, Flush flush>
-bool equaliseAndFinish(Block& block, const FrameBuffer& input) {
+bool equaliseAndFinish(Block& block, const float* input) {
   constexpr float scale = flush == Flush::provenNeedless ? scaleDown : 1.0F;
   using Bands = Cascade<Machine, vectors>;
   const EqualizerTask& task = *block.equalizer;
@@ -99,18 +117,17 @@ bool equaliseAndFinish(Block& block, const FrameBuffer& input) {
       return equaliseAndFinish<Machine, vectors + 1, flush>(block, input);
     }
   }
-  Bands bands;
-  Bands::load(bands, task, scale);
+  Bands bands(task, scale);
   FrameBuffer output;
   float* const equalised = output.samples + 2 * Bands::stations;
-  Finish<Machine, FromEqualizer> finish(block, equalised, 1.0F / scale);
+  Finish<Machine, Origin::equalizer> finish(block, equalised, 1.0F / scale);
   const auto frames = static_cast<std::int32_t>(block.samples / task.channels);
   if (task.channels == 2 && flush == Flush::provenNeedless) {
     bands.template run<flush>(
-        input.samples, output.samples,
+        input, output.samples,
         frames, [&finish]() __attribute__((always_inline)) { finish.takeVector(); });
   } else {
-    bands.template run<flush>(input.samples, output.samples, frames, [] {});
+    bands.template run<flush>(input, output.samples, frames, [] {});
     if (task.channels == 1) {
       leaveLeft<Machine>(equalised, block.samples);
     }
@@ -124,39 +141,36 @@ bool equaliseAndFinish(Block& block, const FrameBuffer& input) {
 }
 
 template <class Machine>
-void scaleBack(FrameBuffer& buffer) {
-  using L = Lanes<Machine>;
-  for (std::size_t i = 0; i < 2 * mostFrames; i += L::count) {
-    L::store(buffer.samples + i, L::load(buffer.samples + i) * scaleUp);
-  }
-}
-
-template <class Machine>
-bool process(Block& block) {
-  if (block.equalizer == nullptr) {
-    finishAll<Machine, FromInput>(block, block.source, 1.0F);
-    return true;
-  }
+bool processEqualised(Block& block) {
   const EqualizerTask& task = *block.equalizer;
+  const Range memory = remembered<Machine>(task);
+  const bool canScale = __builtin_fabsf(block.gain) <= mostScaledGain;
+  float loudest = 0.0F;
+  if (canReadInPlace<Machine>(block, loudest) && canScale && task.bandCount > 0) {
+    const float most = loudest > memory.most ? loudest : memory.most;
+    if (memory.least >= leastMiddling && most >= leastSound && most <= mostMiddling &&
+        equaliseAndFinish<Machine, 1, Flush::provenNeedless>(block, block.source)) {
+      return true;
+    }
+  }
   FrameBuffer input;
   const Range heard = fill<Machine>(input, block);
-  const Range memory = remembered<Machine>(task);
   const float most = heard.most > memory.most ? heard.most : memory.most;
   const bool isOrdinary = heard.least >= leastMiddling && memory.least >= leastMiddling &&
-                          most >= leastSound && most <= mostMiddling;
+                          most >= leastSound && most <= mostMiddling && canScale;
   const bool isSilent = most == 0.0F;
   if (isSilent || (task.bandCount == 0 && most <= mostVectorised)) {
     if (task.channels == 1) {
       leaveLeft<Machine>(input.samples, block.samples);
     }
-    finishAll<Machine, FromEqualizer>(block, input.samples, scaleUp);
+    Finish<Machine, Origin::equalizer>(block, input.samples, 1.0F).takeRest(block);
     return true;
   }
-  if (isOrdinary && equaliseAndFinish<Machine, 1, Flush::provenNeedless>(block, input)) {
+  if (isOrdinary && equaliseAndFinish<Machine, 1, Flush::provenNeedless>(block, input.samples)) {
     return true;
   }
-  scaleBack<Machine>(input);
-  if (most <= mostVectorised && equaliseAndFinish<Machine, 1, Flush::everyValue>(block, input)) {
+  if (most <= mostVectorised &&
+      equaliseAndFinish<Machine, 1, Flush::everyValue>(block, input.samples)) {
     return true;
   }
   if (task.channels == 1) {
@@ -164,6 +178,15 @@ bool process(Block& block) {
   }
   __builtin_memcpy(block.destination, input.samples, block.samples * sizeof(float));
   return false;
+}
+
+template <class Machine>
+bool process(Block& block) {
+  if (block.equalizer != nullptr) {
+    return processEqualised<Machine>(block);
+  }
+  Finish<Machine, Origin::outside>(block, block.source, 1.0F).takeRest(block);
+  return true;
 }
 
 }  // namespace orvelle::vector

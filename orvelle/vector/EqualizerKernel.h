@@ -109,10 +109,12 @@ class Cascade {
 
  public:
   static constexpr std::size_t stations = vectors * places;
+  static constexpr auto groupSteps = static_cast<std::int32_t>(places);
 
-  ORVELLE_INLINE void load(Cascade& cascade, const EqualizerTask& task, float scale) {
+  /// All that it remembers, and puts out, is smaller by `scale`, a power of 2.
+  Cascade(const EqualizerTask& task, float scale) {
     for (std::size_t v = 0; v < vectors; ++v) {
-      Stations<Machine>& s = cascade.stations_[v];
+      Stations<Machine>& s = stations_[v];
       for (std::size_t lane = 0; lane < L::count; ++lane) {
         s.position[lane] = static_cast<std::int32_t>(v + lane / 2 * vectors);
       }
@@ -123,16 +125,15 @@ class Cascade {
     }
     for (std::size_t station = 0; station < stations; ++station) {
       for (std::size_t channel = 0; channel < 2; ++channel) {
-        cascade.loadLane(task, station, channel, scale);
+        loadLane(task, station, channel, scale);
       }
     }
   }
 
-  /// Frame i of the input, which `stations` frames of anything follow, comes out in place
-  /// i + stations of the output. `listener()` is called each time that the next vector of frames is
-  /// there, so that what follows can be computed while the filters wait for each other; not for the
-  /// last ones. It is called some groups late, when the processor has put the frames away and can
-  /// read several of them at once.
+  /// Frame i of the input comes out in place i + stations of the output. `listener()` is called
+  /// each time that the next vector of frames is there, so that what follows can be computed while
+  /// the filters wait for each other; not for the last ones. It is called some groups late, when
+  /// the processor has put the frames away and can read several of them at once.
   template <Flush flush, class Listener>
   [[gnu::always_inline]] inline void run(const float* input, float* output, std::int32_t frames,
                                          Listener&& listener) {
@@ -140,24 +141,22 @@ class Cascade {
     Cascade here = *this;
     constexpr auto delay = static_cast<std::int32_t>(stations);
     constexpr std::int32_t lateGroups = 8;
-    constexpr auto groupFrames = static_cast<std::int32_t>(L::count / 2);
     const std::int32_t filled = delay - 1 < frames ? delay - 1 : frames;
     std::int32_t step = 0;
     for (; step < filled; ++step) {
-      here.template advance<flush, true>(input, output, step, frames);
+      here.template advance<flush, true>(input + 2 * step, output, step, frames);
     }
-    for (std::int32_t group = 0; step + groupFrames <= frames; ++group) {
+    for (std::int32_t group = 0; step + groupSteps <= frames; ++group, step += groupSteps) {
       if (group >= lateGroups) {
         listener();
       }
-      for (const std::int32_t end = step + groupFrames; step < end; ++step) {
-        here.template advance<flush, false>(input, output, step, frames);
-      }
+      here.template advanceGroup<flush, 0>(input, output, step);
     }
     for (; step < frames; ++step) {
-      here.template advance<flush, false>(input, output, step, frames);
+      here.template advance<flush, false>(input + 2 * step, output, step, frames);
     }
     for (; step < frames + delay - 1; ++step) {
+      // No new frame, but the later stations are not done: any frame will do.
       here.template advance<flush, true>(input, output, step, frames);
     }
     L::storeFirst(output + 2 * step, L::rotated(here.stations_[vectors - 1].y));
@@ -199,9 +198,11 @@ class Cascade {
     // A single channel is computed twice, in both lanes.
     const std::size_t remembered = task.channels == 2 ? channel : 0;
     const float* const memory = isBand ? task.band[station].memory + 2 * remembered : nothing;
-    s.b0[lane] = c[0];
-    s.b1[lane] = c[1];
-    s.b2[lane] = c[2];
+    // What goes in is scaled by the factors that it meets first: this rounds nothing.
+    const float inputScale = station == 0 ? scale : 1.0F;
+    s.b0[lane] = c[0] * inputScale;
+    s.b1[lane] = c[1] * inputScale;
+    s.b2[lane] = c[2] * inputScale;
     s.a1[lane] = c[3];
     s.a2[lane] = c[4];
     s.z1[lane] = memory[0] * scale;
@@ -209,12 +210,22 @@ class Cascade {
   }
 
   template <Flush flush, bool masked>
-  [[gnu::always_inline]] inline void advance(const float* input, float* output, std::int32_t step,
+  [[gnu::always_inline]] inline void advance(const float* frame, float* output, std::int32_t step,
                                              std::int32_t frames) {
     const auto leaving = L::rotated(stations_[vectors - 1].y);
-    const auto entering = L::withFirst(leaving, input + 2 * step);
+    const auto entering = L::withFirst(leaving, frame);
     L::storeFirst(output + 2 * step, leaving);
     passAlong<vectors - 1, flush, masked>(entering, step, frames);
+  }
+
+  /// Written out step after step: in a loop, the processor would spend its time on the loop.
+  template <Flush flush, std::int32_t done>
+  [[gnu::always_inline]] inline void advanceGroup(const float* input, float* output,
+                                                  std::int32_t step) {
+    if constexpr (done < groupSteps) {
+      advance<flush, false>(input + 2 * (step + done), output, step + done, 0);
+      advanceGroup<flush, done + 1>(input, output, step);
+    }
   }
 
   /// From the last vector to the first, so that each still finds what its neighbour put out in the

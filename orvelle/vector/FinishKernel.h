@@ -36,29 +36,33 @@ class Limiter {
   using One = LaneTypes<4>::Float;
 
  public:
-  [[gnu::always_inline]] inline Limiter(float gain, float reduction)
-      : gain_(gain), reduction_(reduction) {
-    findRest();
-  }
+  explicit Limiter(float reduction) : reduction_(One{} + reduction) { findRest(); }
 
-  float reduction() const { return reduction_; }
+  float reduction() const { return reduction_[0]; }
+
+  /// Whether the limiter is at rest, and stays there while samples of such magnitudes pass: then
+  /// it is a factor, and no sample waits for another. Not while one is infinite, or no number.
+  [[gnu::always_inline]] inline bool restsAt(Float magnitude) {
+    if (L::any(~(magnitude <= BoostRender::limThreshold))) {
+      return false;
+    }
+    if (!isAtRest_) {
+      findRest();
+    }
+    return isAtRest_;
+  }
 
   /// The first `count` lanes, one after the other.
   [[gnu::always_inline]] inline Float limit(Float x, std::size_t count) {
-    const Float amplified = gain_ * x;
-    const Float magnitude = L::magnitude(amplified);
-    const auto loud = magnitude > BoostRender::limThreshold;
-    // Reduced by a factor between 0 and 1, what is finite stays so.
-    const Float heard = L::keep(L::isFinite(amplified), amplified);
-    // A released limiter comes to rest at a value that rounding makes its own successor (not
-    // always 1). As long as nothing is loud it stays there: then no sample waits for another.
-    if (atRest_ && !L::any(loud)) {
-      return heard * reduction_;
+    const Float magnitude = L::magnitude(x);
+    if (restsAt(magnitude)) {
+      return x * reduction();
     }
+    isAtRest_ = false;
+    const auto loud = magnitude > BoostRender::limThreshold;
     const Float target = L::choose(loud, BoostRender::limThreshold / magnitude, L::all(1.0F));
-    const Float reductions = follow(target, count);
-    findRest();
-    return heard * reductions;
+    // Reduced by a factor between 0 and 1, what is finite stays so.
+    return L::keep(L::isFinite(x), x) * follow(target, count);
   }
 
  private:
@@ -67,38 +71,61 @@ class Limiter {
   static constexpr float attackShare = 1.0F - attack;
   static constexpr float releaseShare = 1.0F - release;
 
-  [[gnu::always_inline]] inline void findRest() {
-    atRest_ = reduction_ <= 1.0F && reduction_ * release + releaseShare == reduction_;
+  /// A released limiter comes to rest at a value that rounding makes its own successor (not always
+  /// 1).
+  void findRest() {
+    const float now = reduction();
+    isAtRest_ = now <= 1.0F && now * release + releaseShare == now;
   }
 
+#if defined(__AVX__)
   /// What does not depend on the sample before is computed for all lanes beforehand.
   struct Ahead {
+    [[gnu::always_inline]] inline explicit Ahead(Float target) {
+      L::store(targets, target);
+      L::storePairs(shares, target * releaseShare, target * attackShare);
+    }
+
+    alignas(Float) float targets[L::count];
+    alignas(Float) float shares[2 * L::count];
+  };
+
+  /// Both outcomes stand in one vector, and the comparison is at once the number of the lane that
+  /// holds the right one: 0, or -1, of which the last two bits count. No mask, no jump.
+  ORVELLE_INLINE One next(One reduction, const Ahead& ahead, std::size_t lane) {
+    const auto* const shares = reinterpret_cast<const double*>(ahead.shares + 2 * lane);
+    const One both =
+        reduction * One{release, attack, release, attack} + _mm_castpd_ps(_mm_loaddup_pd(shares));
+    const One isFalling = _mm_cmplt_ps(_mm_broadcast_ss(ahead.targets + lane), reduction);
+    return _mm_permutevar_ps(both, _mm_castps_si128(isFalling));
+  }
+#else
+  /// What does not depend on the sample before is computed for all lanes beforehand.
+  struct Ahead {
+    [[gnu::always_inline]] inline explicit Ahead(Float target) {
+      L::store(targets, target);
+      L::store(attacks, target * attackShare);
+      L::store(releases, target * releaseShare);
+    }
+
     alignas(Float) float targets[L::count];
     alignas(Float) float attacks[L::count];
     alignas(Float) float releases[L::count];
   };
 
-  /// A choice that waits no longer than it has to once both sides are there. Left to itself, the
-  /// compiler takes instructions for it that wait three or four cycles.
-  ORVELLE_INLINE One chosen(One target, One reduction, One falling, One rising) {
-#if defined(__AVX512VL__)
-    const __mmask8 isFalling = _mm_cmp_ps_mask(target, reduction, _CMP_LT_OQ);
-    asm("" : "+v"(falling), "+v"(rising));
-    return _mm_mask_blend_ps(isFalling, rising, falling);
-#elif defined(__x86_64__)
-    One isFalling = _mm_cmplt_ps(target, reduction);
-    asm("" : "+x"(isFalling));
-    return _mm_or_ps(_mm_and_ps(isFalling, falling), _mm_andnot_ps(isFalling, rising));
-#else
-    return target < reduction ? falling : rising;
-#endif
-  }
-
   ORVELLE_INLINE One next(One reduction, const Ahead& ahead, std::size_t lane) {
     const One falling = reduction * attack + One{ahead.attacks[lane]};
     const One rising = reduction * release + One{ahead.releases[lane]};
-    return chosen(One{ahead.targets[lane]}, reduction, falling, rising);
+#if defined(__x86_64__)
+    // Left to itself, the compiler makes a choice out of this that takes longer.
+    One isFalling = _mm_cmplt_ps(One{ahead.targets[lane]}, reduction);
+    asm("" : "+x"(isFalling));
+    return _mm_or_ps(_mm_and_ps(isFalling, falling), _mm_andnot_ps(isFalling, rising));
+#else
+    return One{ahead.targets[lane]} < reduction ? falling : rising;
+#endif
   }
+#endif
 
   /// The reduction of four samples side by side; the last of them goes on.
   ORVELLE_INLINE One nextFour(One& reduction, const Ahead& ahead, std::size_t lane) {
@@ -112,34 +139,29 @@ class Limiter {
   }
 
   [[gnu::always_inline]] inline Float follow(Float target, std::size_t count) {
-    Ahead ahead;
-    L::store(ahead.targets, target);
-    L::store(ahead.attacks, target * attackShare);
-    L::store(ahead.releases, target * releaseShare);
+    Ahead ahead(target);
     // Reading a number from memory costs nothing here, moving it between lanes does: the compiler
     // must not know that it was in a vector.
     asm("" : "+m"(ahead));
-    One reduction = {reduction_};
-    Float reductions{};
     if (count < L::count) {
+      Float reductions{};
       for (std::size_t lane = 0; lane < count; ++lane) {
-        reduction = next(reduction, ahead, lane);
-        reductions[lane] = reduction[0];
+        reduction_ = next(reduction_, ahead, lane);
+        reductions[lane] = reduction_[0];
       }
-    } else if constexpr (L::count == 4) {
-      reductions = nextFour(reduction, ahead, 0);
-    } else {
-      const One early = nextFour(reduction, ahead, 0);
-      const One late = nextFour(reduction, ahead, 4);
-      reductions = __builtin_shufflevector(early, late, 0, 1, 2, 3, 4, 5, 6, 7);
+      return reductions;
     }
-    reduction_ = reduction[0];
-    return reductions;
+    if constexpr (L::count == 4) {
+      return nextFour(reduction_, ahead, 0);
+    } else {
+      const One early = nextFour(reduction_, ahead, 0);
+      const One late = nextFour(reduction_, ahead, 4);
+      return __builtin_shufflevector(early, late, 0, 1, 2, 3, 4, 5, 6, 7);
+    }
   }
 
-  float gain_;
-  float reduction_;
-  bool atRest_ = false;
+  One reduction_;  // the same in all lanes
+  bool isAtRest_ = false;
 };
 
 /// The side signal is one number for both channels, and enters the right one with its sign changed:
@@ -152,70 +174,93 @@ ORVELLE_INLINE typename Lanes<Machine>::Float widened(typename Lanes<Machine>::F
   const auto mid = (frames + other) * 0.5F;
   const auto side = L::leftTwice(frames - other) * 0.5F * width;
   const auto sum = mid + L::rightNegated(side);
-  const auto notAbove = L::choose(sum > 1.0F, L::all(1.0F), sum);
-  const auto clipped = L::choose(sum < -1.0F, L::all(-1.0F), notAbove);
-  return L::keep(L::isFinite(clipped), clipped);
+  const auto clipped = L::larger(L::all(-1.0F), L::smaller(L::all(1.0F), sum));
+  return L::keep(clipped == clipped, clipped);
 }
 
-/// Where samples come from: the callback's input, or the equaliser, whose numbers may be scaled.
-struct FromInput {
-  template <class Machine>
-  ORVELLE_INLINE typename Lanes<Machine>::Float taken(typename Lanes<Machine>::Float value, float) {
-    using L = Lanes<Machine>;
-    return L::keep(L::isFinite(value), value);
-  }
-};
-
-struct FromEqualizer {
-  template <class Machine>
-  ORVELLE_INLINE typename Lanes<Machine>::Float taken(typename Lanes<Machine>::Float value,
-                                                      float scale) {
-    return value * scale;
-  }
-};
+/// Who vouches for the samples: the equaliser puts out finite ones.
+enum class Origin { outside, equalizer };
 
 /// Everything behind the equaliser, in one pass: peak, gain and limiter, width.
-template <class Machine, class Source>
+template <class Machine, Origin origin>
 class Finish {
   using L = Lanes<Machine>;
   using Float = typename L::Float;
 
  public:
+  /// The samples of `source` stand for `scale` times as much: a power of 2, which the gain takes in
+  /// without rounding (`Block::gain` must be below 2^90 then).
   [[gnu::always_inline]] inline Finish(const Block& block, const float* source, float scale)
       : source_(source),
         destination_(block.destination),
         scale_(scale),
+        gain_(block.gain * scale),
         width_(block.width),
         limits_(block.gain != 1.0F),
         widens_(block.width != 1.0F),
-        limiter_(block.gain, block.limReduction) {}
+        limiter_(block.limReduction) {}
 
   /// The next samples, as many as there are lanes.
   [[gnu::always_inline]] inline void takeVector() {
-    const Float x = Source::template taken<Machine>(L::load(source_ + done_), scale_);
-    L::store(destination_ + done_, finished(x, L::count));
+    L::store(destination_ + done_, finished(L::load(source_ + done_), L::count));
     done_ += L::count;
   }
 
   /// All others, up to `samples`; then the block is told what it carries on.
   [[gnu::always_inline]] inline void takeRest(Block& block) {
+    while (done_ + groupVectors * L::count <= block.samples) {
+      takeGroup();
+    }
     while (done_ + L::count <= block.samples) {
       takeVector();
     }
     const std::size_t rest = block.samples - done_;
     if (rest > 0) {
       const Float some = loadSome<Machine>(source_ + done_, rest);
-      const Float x = Source::template taken<Machine>(some, scale_);
-      storeSome<Machine>(destination_ + done_, finished(x, rest), rest);
+      storeSome<Machine>(destination_ + done_, finished(some, rest), rest);
     }
-    const float peak = L::largest(L::number(peak_));
+    const float peak = L::largest(L::number(peak_)) * scale_;
     block.peak = peak > block.peak ? peak : block.peak;
     block.limReduction = limiter_.reduction();
   }
 
  private:
+  static constexpr std::size_t groupVectors = 8;
+
+  /// As long as nothing is to be limited, one look at several vectors is enough.
+  [[gnu::always_inline]] inline void takeGroup() {
+    const std::size_t end = done_ + groupVectors * L::count;
+    typename L::Int most{};
+    for (std::size_t i = done_; i < end; i += L::count) {
+      most = L::larger(L::bits(L::magnitude(L::load(source_ + i))), most);
+    }
+    const Float loudest = L::magnitude(gain_ * L::number(most));
+    if (limits_ ? !limiter_.restsAt(loudest) : L::any(~L::isFinite(loudest))) {
+      while (done_ < end) {
+        takeVector();
+      }
+      return;
+    }
+    peak_ = L::larger(most, peak_);
+    const float reduction = limits_ ? limiter_.reduction() : 1.0F;
+    if (widens_) {
+      for (; done_ < end; done_ += L::count) {
+        const Float x = gain_ * L::load(source_ + done_) * reduction;
+        L::store(destination_ + done_, widened<Machine>(x, width_));
+      }
+    } else {
+      for (; done_ < end; done_ += L::count) {
+        L::store(destination_ + done_, gain_ * L::load(source_ + done_) * reduction);
+      }
+    }
+  }
+
   [[gnu::always_inline]] inline Float finished(Float x, std::size_t count) {
+    if constexpr (origin == Origin::outside) {
+      x = L::keep(L::isFinite(x), x);
+    }
     peak_ = L::larger(L::bits(L::magnitude(x)), peak_);
+    x = gain_ * x;
     if (limits_) {
       x = limiter_.limit(x, count);
     }
@@ -233,6 +278,7 @@ class Finish {
   float* destination_;
   std::size_t done_ = 0;
   float scale_;
+  float gain_;
   float width_;
   bool limits_;
   bool widens_;

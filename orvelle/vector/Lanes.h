@@ -65,6 +65,17 @@ struct Lanes {
 
   ORVELLE_INLINE Int isFinite(Float value) { return magnitude(value) <= 3.40282347e+38F; }
 
+  /// The lanes of both in turn.
+  ORVELLE_INLINE void storePairs(float* destination, Float first, Float second) {
+    if constexpr (count == 4) {
+      store(destination, __builtin_shufflevector(first, second, 0, 4, 1, 5));
+      store(destination + 4, __builtin_shufflevector(first, second, 2, 6, 3, 7));
+    } else {
+      store(destination, __builtin_shufflevector(first, second, 0, 8, 1, 9, 2, 10, 3, 11));
+      store(destination + 8, __builtin_shufflevector(first, second, 4, 12, 5, 13, 6, 14, 7, 15));
+    }
+  }
+
   /// Left and right of each frame exchanged.
   ORVELLE_INLINE Float swapped(Float frames) {
     if constexpr (count == 4) {
@@ -138,6 +149,36 @@ struct Lanes {
 
   ORVELLE_INLINE Int larger(Int one, Int other) {
     return one > other ? one : other;
+  }
+
+  /// Where one of them is no number: the other argument, `value`.
+  ORVELLE_INLINE Float larger(Float bound, Float value) {
+#if defined(__x86_64__)
+    if constexpr (count == 4) {
+      return _mm_max_ps(bound, value);
+    }
+#if defined(__AVX2__)
+    if constexpr (count == 8) {
+      return _mm256_max_ps(bound, value);
+    }
+#endif
+#else
+    return bound > value ? bound : value;
+#endif
+  }
+  ORVELLE_INLINE Float smaller(Float bound, Float value) {
+#if defined(__x86_64__)
+    if constexpr (count == 4) {
+      return _mm_min_ps(bound, value);
+    }
+#if defined(__AVX2__)
+    if constexpr (count == 8) {
+      return _mm256_min_ps(bound, value);
+    }
+#endif
+#else
+    return bound < value ? bound : value;
+#endif
   }
 
   ORVELLE_INLINE float largest(Float values) {
