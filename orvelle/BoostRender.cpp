@@ -13,12 +13,11 @@ namespace {
 // bit across back ends, processors and versions. Do not regroup.
 
 /// What the chain takes as read once per callback, so that a change from another thread never
-/// lands in the middle of a buffer.
+/// lands in the middle of a buffer. The equaliser's coefficients are in the `BandPlan`.
 struct Settings {
   float gain;
   float spatialWidth;
   bool equalizerEnabled;
-  Equalizer::Coefficients coefficients;  // only where the equaliser is enabled
 };
 
 /// Decaying filters would otherwise end in denormal numbers, which cost a hundred times the time.
@@ -67,59 +66,22 @@ void equalise(Samples samples, std::int64_t deviceChannels,
   }
 }
 
-/// Whether the vector stages can tell what these coefficients do; also false for a NaN.
-bool areOrdinary(const Equalizer::Coefficients& coefficients) {
-  bool ordinary = true;
-  for (const float coefficient : coefficients) {
-    const float magnitude = std::fabs(coefficient);
-    ordinary &= magnitude >= vector::leastCoefficient;
-    ordinary &= magnitude <= vector::mostCoefficient;
-  }
-  return ordinary;
-}
-
-/// A band at 0 dB that remembers nothing puts out, bit for bit, what it gets, and goes on
-/// remembering nothing.
-bool passesOn(const float* c, std::span<const float> memory) {
-  return c[0] == 1.0F && c[1] == c[3] && c[2] == c[4] &&
-         std::all_of(memory.begin(), memory.end(), [](float z) { return z == 0.0F; });
-}
-
-vector::EqualizerTask taskFor(const Equalizer::Coefficients& coefficients, Equalizer& equalizer,
-                              std::int64_t deviceChannels) {
-  vector::EqualizerTask task;
-  task.channels = static_cast<std::size_t>(deviceChannels);
-  const auto bandStride = static_cast<std::size_t>(2 * equalizer.channels);
-  for (std::size_t band = 0; band < Equalizer::bands; ++band) {
-    const float* const c = &coefficients[band * Equalizer::coefficientsPerBand];
-    const auto memory = std::span(equalizer.state).subspan(band * bandStride, 2 * task.channels);
-    if (!passesOn(c, memory)) {
-      task.band[task.bandCount++] = {c, memory.data()};
-    }
-  }
-  return task;
-}
-
-/// One or two channels go through the bands in vectors.
-bool fitVectors(std::int64_t deviceChannels, const Settings& settings, const Equalizer& equalizer) {
-  return deviceChannels <= std::min<std::int64_t>(2, equalizer.channels) &&
-         areOrdinary(settings.coefficients);
-}
-
-/// Everything else goes sample by sample: other layouts, the last half frame, coefficients and
-/// sounds beyond all measure, and blocks that are over before all bands have begun.
+/// One or two channels go through the bands in vectors, everything else sample by sample: other
+/// layouts, the last half frame, coefficients and sounds beyond all measure, and blocks that are
+/// over before all bands have begun.
 class Chain {
  public:
   Chain(const Settings& settings, std::int64_t deviceChannels, Equalizer& equalizer,
-        const vector::Kernels& kernels)
+        BandPlan& bandPlan, const vector::Kernels& kernels)
       : settings_(settings),
         deviceChannels_(deviceChannels),
         equalizer_(equalizer),
+        bandPlan_(bandPlan),
         kernels_(kernels) {}
 
   void render(SamplePair samples, vector::Block& carried) {
     std::size_t done = 0;
-    if (settings_.equalizerEnabled && fitVectors(deviceChannels_, settings_, equalizer_)) {
+    if (settings_.equalizerEnabled && bandPlan_.fitsVectors(deviceChannels_)) {
       constexpr std::size_t fewestFrames = 4;
       const auto channels = static_cast<std::size_t>(deviceChannels_);
       std::size_t frames = samples.count / channels;
@@ -135,8 +97,7 @@ class Chain {
 
  private:
   void renderInVectors(SamplePair samples, vector::Block& carried) {
-    const vector::EqualizerTask task = taskFor(settings_.coefficients, equalizer_, deviceChannels_);
-    carried.equalizer = &task;
+    carried.equalizer = &bandPlan_.taskFor(deviceChannels_);
     const bool isDone = pass(samples, carried);
     carried.equalizer = nullptr;
     if (!isDone) {
@@ -149,7 +110,7 @@ class Chain {
       // Filters remember; one NaN let in here would silence them for ever.
       std::transform(samples.source, samples.source + samples.count, samples.destination,
                      finiteOrSilence);
-      equalise({samples.destination, samples.count}, deviceChannels_, settings_.coefficients,
+      equalise({samples.destination, samples.count}, deviceChannels_, bandPlan_.coefficients(),
                equalizer_);
       samples.source = samples.destination;
     }
@@ -166,18 +127,18 @@ class Chain {
   const Settings& settings_;
   std::int64_t deviceChannels_;
   Equalizer& equalizer_;
+  BandPlan& bandPlan_;
   const vector::Kernels& kernels_;
 };
 
 }  // namespace
 
 void BoostRender::render(AudioBufferList input, AudioBufferList output) noexcept {
-  Settings settings = {gain.load(std::memory_order_relaxed),
-                       spatialWidth.load(std::memory_order_relaxed),
-                       equalizer.isEnabled.load(std::memory_order_relaxed),
-                       {}};
+  const Settings settings = {gain.load(std::memory_order_relaxed),
+                             spatialWidth.load(std::memory_order_relaxed),
+                             equalizer.isEnabled.load(std::memory_order_relaxed)};
   if (settings.equalizerEnabled) {
-    equalizer.loadCoefficients(settings.coefficients);
+    bandPlan_.update();
   }
 
   const std::size_t pairs = std::min(input.size(), output.size());
@@ -185,7 +146,7 @@ void BoostRender::render(AudioBufferList input, AudioBufferList output) noexcept
   for (std::size_t i = 0; i < pairs; ++i) {
     const auto deviceChannels = std::max<std::int64_t>(output[i].mNumberChannels, 1);
     carried.width = deviceChannels == 2 ? settings.spatialWidth : 1.0F;
-    Chain(settings, deviceChannels, equalizer, kernels_)
+    Chain(settings, deviceChannels, equalizer, bandPlan_, kernels_)
         .render(pairOf(input[i], output[i]), carried);
   }
   limReduction = carried.limReduction;

@@ -3,6 +3,7 @@
 
 #include <atomic>
 
+#include "orvelle/BandPlan.h"
 #include "orvelle/Equalizer.h"
 #include "orvelle/MeterFeed.h"
 #include "orvelle/platform/AudioTypes.h"
@@ -53,6 +54,7 @@ class BoostRender : public MeterFeed {
 
  private:
   const vector::Kernels& kernels_;
+  BandPlan bandPlan_{equalizer};
 };
 
 }  // namespace orvelle

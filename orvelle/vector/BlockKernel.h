@@ -28,29 +28,27 @@ struct FrameBuffer {
   alignas(64) float samples[2 * (mostFrames + surplus)];
 };
 
-/// Whether the equaliser can read this block where it lies: two channels of sound without anything
+/// Whether the equaliser can read this block where it lies: two channels of sound, without anything
 /// that is not finite or would be flushed, and that nothing is written over before it is read.
-/// Zeros may have either sign: behind the first station, it makes no difference any more.
 template <class Machine>
 bool canReadInPlace(const Block& block, float& most) {
   using L = Lanes<Machine>;
   const bool overlap = block.destination < block.source + block.samples &&
                        block.source < block.destination + block.samples;
-  if (overlap || block.equalizer->channels == 1) {
+  if (overlap || block.equalizer->channels == 1 || block.samples < L::count) {
     return false;
   }
-  auto mostOfLane = L::all(0.0F);
-  auto unfit = L::all(0);
-  std::size_t i = 0;
-  for (; i + L::count <= block.samples; i += L::count) {
-    const auto magnitude = L::magnitude(L::load(block.source + i));
-    mostOfLane = L::larger(magnitude, mostOfLane);
-    unfit |= ~(magnitude >= leastMiddling) & (magnitude != 0.0F);
+  const std::size_t last = block.samples - L::count;
+  auto largest = L::bits(L::magnitude(L::load(block.source + last)));
+  auto least = largest;
+  for (std::size_t i = 0; i < last; i += L::count) {
+    const auto magnitude = L::bits(L::magnitude(L::load(block.source + i)));
+    largest = L::larger(magnitude, largest);
+    least = L::smaller(magnitude, least);
   }
-  const auto rest = L::magnitude(loadSome<Machine>(block.source + i, block.samples - i));
-  unfit |= ~(rest >= leastMiddling) & (rest != 0.0F);
-  most = L::largest(L::larger(rest, mostOfLane));
-  return !L::any(unfit) && most <= mostMiddling;
+  most = L::largest(L::number(largest));
+  // As bits, what is no number is larger than all numbers.
+  return !L::any(~(L::number(largest) <= mostMiddling) | (L::number(least) < leastMiddling));
 }
 
 /// Copies a block into the buffer, finite and flushed. Returns its range.
@@ -79,23 +77,28 @@ Range fill(FrameBuffer& buffer, const Block& block) {
   return {L::any(tiny) ? Equalizer::denormalFloor : leastMiddling, L::largest(L::number(most))};
 }
 
+/// As many as a band remembers: z1, z2 of both channels.
+template <class Machine>
+struct FourLanes {
+  static constexpr std::size_t lanes = 4;
+};
+
 /// What the bands remember. Counts as infinite where it is no number.
 template <class Machine>
 Range remembered(const EqualizerTask& task) {
-  Range range = {leastMiddling, 0.0F};
+  using L = Lanes<FourLanes<Machine>>;
+  auto most = L::all(0);
+  auto tiny = L::all(0);
   for (std::size_t band = 0; band < task.bandCount; ++band) {
-    for (std::size_t i = 0; i < 2 * task.channels; ++i) {
-      const float magnitude = __builtin_fabsf(task.band[band].memory[i]);
-      if (!(magnitude <= mostVectorised)) {
-        return {range.least, __builtin_inff()};
-      }
-      range.most = magnitude > range.most ? magnitude : range.most;
-      if (magnitude != 0.0F && magnitude < range.least) {
-        range.least = magnitude;
-      }
-    }
+    const float* const memory = task.band[band].memory;
+    const auto z = task.channels == 2 ? L::load(memory) : loadSome<FourLanes<Machine>>(memory, 2);
+    const auto magnitude = L::magnitude(z);
+    most = L::larger(L::bits(magnitude), most);
+    tiny |= (magnitude < leastMiddling) & (magnitude != 0.0F);
   }
-  return range;
+  const float largest = L::largest(L::number(most));
+  return {L::any(tiny) ? 0.0F : leastMiddling,
+          L::any(~L::isFinite(L::number(most))) ? __builtin_inff() : largest};
 }
 
 /// A single channel back from two lanes, in place.
@@ -111,7 +114,7 @@ template <class Machine, std::size_t vectors, Flush flush>
 bool equaliseAndFinish(Block& block, const float* input) {
   constexpr float scale = flush == Flush::provenNeedless ? scaleDown : 1.0F;
   using Bands = Cascade<Machine, vectors>;
-  const EqualizerTask& task = *block.equalizer;
+  EqualizerTask& task = *block.equalizer;
   if constexpr (Bands::stations < static_cast<std::size_t>(Equalizer::bands)) {
     if (task.bandCount > Bands::stations) {
       return equaliseAndFinish<Machine, vectors + 1, flush>(block, input);

@@ -112,22 +112,35 @@ class Cascade {
   static constexpr auto groupSteps = static_cast<std::int32_t>(places);
 
   /// All that it remembers, and puts out, is smaller by `scale`, a power of 2.
-  Cascade(const EqualizerTask& task, float scale) {
+  [[gnu::always_inline]] inline Cascade(EqualizerTask& task, float scale) {
+    if (task.layout.vectors != vectors) {
+      layOut(task);
+    }
+    alignas(64) float memory[2][lanes] = {};
+    gatherMemory(task, scale, memory);
     for (std::size_t v = 0; v < vectors; ++v) {
       Stations<Machine>& s = stations_[v];
-      for (std::size_t lane = 0; lane < L::count; ++lane) {
-        s.position[lane] = static_cast<std::int32_t>(v + lane / 2 * vectors);
-      }
+      const std::size_t first = v * L::count;
+      s.b0 = L::load(task.layout.coefficients[0] + first);
+      s.b1 = L::load(task.layout.coefficients[1] + first);
+      s.b2 = L::load(task.layout.coefficients[2] + first);
+      s.a1 = L::load(task.layout.coefficients[3] + first);
+      s.a2 = L::load(task.layout.coefficients[4] + first);
+      s.z1 = L::load(memory[0] + first);
+      s.z2 = L::load(memory[1] + first);
+      s.position = positions(static_cast<std::int32_t>(v));
       s.isBand = s.position < static_cast<std::int32_t>(task.bandCount);
       s.middling = L::all(-1);
       s.excessive = L::all(0);
       s.y = L::all(0.0F);
     }
-    for (std::size_t station = 0; station < stations; ++station) {
-      for (std::size_t channel = 0; channel < 2; ++channel) {
-        loadLane(task, station, channel, scale);
-      }
-    }
+    // What goes in is scaled by the factors that it meets first: this rounds nothing.
+    auto inputScale = L::all(1.0F);
+    inputScale[0] = scale;
+    inputScale[1] = scale;
+    stations_[0].b0 *= inputScale;
+    stations_[0].b1 *= inputScale;
+    stations_[0].b2 *= inputScale;
   }
 
   /// Frame i of the input comes out in place i + stations of the output. `listener()` is called
@@ -176,37 +189,62 @@ class Cascade {
   }
 
   void keepMemory(const EqualizerTask& task, float scale) const {
+    alignas(64) float memory[2][lanes];
+    for (std::size_t v = 0; v < vectors; ++v) {
+      L::store(memory[0] + v * L::count, stations_[v].z1 * scale);
+      L::store(memory[1] + v * L::count, stations_[v].z2 * scale);
+    }
     for (std::size_t station = 0; station < task.bandCount; ++station) {
-      const Stations<Machine>& s = stations_[station % vectors];
       for (std::size_t channel = 0; channel < task.channels; ++channel) {
-        const std::size_t lane = station / vectors * 2 + channel;
-        float* const memory = task.band[station].memory + 2 * channel;
-        memory[0] = s.z1[lane] * scale;
-        memory[1] = s.z2[lane] * scale;
+        float* const kept = task.band[station].memory + 2 * channel;
+        kept[0] = memory[0][laneOf(station) + channel];
+        kept[1] = memory[1][laneOf(station) + channel];
       }
     }
   }
 
  private:
-  void loadLane(const EqualizerTask& task, std::size_t station, std::size_t channel, float scale) {
-    Stations<Machine>& s = stations_[station % vectors];
-    const std::size_t lane = station / vectors * 2 + channel;
-    const bool isBand = station < task.bandCount;
+  static constexpr std::size_t lanes = vectors * L::count;
+  static_assert(lanes <= EqualizerTask::Layout::mostLanes);
+
+  /// Of the left channel, in all vectors one after the other.
+  static constexpr std::size_t laneOf(std::size_t station) {
+    return station % vectors * L::count + station / vectors * 2;
+  }
+
+  ORVELLE_INLINE typename L::Int positions(std::int32_t first) {
+    constexpr auto stride = static_cast<std::int32_t>(vectors);
+    if constexpr (L::count == 4) {
+      return first + stride * typename L::Int{0, 0, 1, 1};
+    } else {
+      return first + stride * typename L::Int{0, 0, 1, 1, 2, 2, 3, 3};
+    }
+  }
+
+  [[gnu::noinline]] static void layOut(EqualizerTask& task) {
     constexpr float passOn[] = {1.0F, 0.0F, 0.0F, 0.0F, 0.0F};
-    constexpr float nothing[] = {0.0F, 0.0F};
-    const float* const c = isBand ? task.band[station].coefficients : passOn;
+    for (std::size_t station = 0; station < stations; ++station) {
+      const float* const c = station < task.bandCount ? task.band[station].coefficients : passOn;
+      for (std::size_t i = 0; i < Equalizer::coefficientsPerBand; ++i) {
+        task.layout.coefficients[i][laneOf(station)] = c[i];
+        task.layout.coefficients[i][laneOf(station) + 1] = c[i];
+      }
+    }
+    task.layout.vectors = vectors;
+  }
+
+  ORVELLE_INLINE void gatherMemory(const EqualizerTask& task, float scale,
+                                   float (&memory)[2][lanes]) {
     // A single channel is computed twice, in both lanes.
-    const std::size_t remembered = task.channels == 2 ? channel : 0;
-    const float* const memory = isBand ? task.band[station].memory + 2 * remembered : nothing;
-    // What goes in is scaled by the factors that it meets first: this rounds nothing.
-    const float inputScale = station == 0 ? scale : 1.0F;
-    s.b0[lane] = c[0] * inputScale;
-    s.b1[lane] = c[1] * inputScale;
-    s.b2[lane] = c[2] * inputScale;
-    s.a1[lane] = c[3];
-    s.a2[lane] = c[4];
-    s.z1[lane] = memory[0] * scale;
-    s.z2[lane] = memory[1] * scale;
+    const std::size_t right = task.channels == 2 ? 2 : 0;
+    for (std::size_t station = 0; station < task.bandCount; ++station) {
+      const float* const kept = task.band[station].memory;
+      const std::size_t lane = laneOf(station);
+      memory[0][lane] = kept[0] * scale;
+      memory[1][lane] = kept[1] * scale;
+      memory[0][lane + 1] = kept[right] * scale;
+      memory[1][lane + 1] = kept[right + 1] * scale;
+    }
   }
 
   template <Flush flush, bool masked>

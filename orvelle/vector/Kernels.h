@@ -22,6 +22,15 @@ struct EqualizerTask {
   std::array<Band, Equalizer::bands> band{};
   std::size_t bandCount = 0;
   std::size_t channels = 2;  // 1 or 2
+
+  /// The coefficients as the stages want to load them; theirs to fill in. To be emptied when the
+  /// bands or their coefficients change.
+  struct Layout {
+    static constexpr std::size_t mostLanes = 24;
+    alignas(64) float coefficients[Equalizer::coefficientsPerBand][mostLanes];
+    std::size_t vectors = 0;  // 0: empty
+  };
+  Layout layout{};
 };
 
 /// What the stages do with one stretch of interleaved samples. Both sides may be the same memory.
@@ -35,7 +44,7 @@ struct Block {
   float limReduction = 1.0F;
   float peak = 0.0F;  // so far
   /// None: no equaliser. Otherwise the samples are whole frames, `mostFrames` at most.
-  const EqualizerTask* equalizer = nullptr;
+  EqualizerTask* equalizer = nullptr;
 };
 
 /// A stretch of a tapped application's samples. Both sides may be the same memory.

@@ -151,6 +151,10 @@ struct Lanes {
     return one > other ? one : other;
   }
 
+  ORVELLE_INLINE Int smaller(Int one, Int other) {
+    return one < other ? one : other;
+  }
+
   /// Where one of them is no number: the other argument, `value`.
   ORVELLE_INLINE Float larger(Float bound, Float value) {
 #if defined(__x86_64__)
