@@ -109,28 +109,34 @@ void leaveLeft(float* frames, std::size_t count) {
   }
 }
 
+/// Waits until the equaliser is through.
+struct Nobody {
+  template <std::size_t frame>
+  [[gnu::always_inline]] inline void work() {}
+};
+
 /// False if the result does not hold; the destination may have been written all the same.
-template <class Machine, std::size_t vectors, Flush flush>
+template <class Machine, std::size_t vectors, Flush flush, bool limits>
 bool equaliseAndFinish(Block& block, const float* input) {
   constexpr float scale = flush == Flush::provenNeedless ? scaleDown : 1.0F;
   using Bands = Cascade<Machine, vectors>;
   EqualizerTask& task = *block.equalizer;
   if constexpr (Bands::stations < static_cast<std::size_t>(Equalizer::bands)) {
     if (task.bandCount > Bands::stations) {
-      return equaliseAndFinish<Machine, vectors + 1, flush>(block, input);
+      return equaliseAndFinish<Machine, vectors + 1, flush, limits>(block, input);
     }
   }
   Bands bands(task, scale);
   FrameBuffer output;
   float* const equalised = output.samples + 2 * Bands::stations;
-  Finish<Machine, Origin::equalizer> finish(block, equalised, 1.0F / scale);
+  typename Limiter<Machine>::Ahead ahead;
+  Finish<Machine, Origin::equalizer, limits> finish(block, equalised, 1.0F / scale, ahead);
   const auto frames = static_cast<std::int32_t>(block.samples / task.channels);
   if (task.channels == 2 && flush == Flush::provenNeedless) {
-    bands.template run<flush>(
-        input, output.samples,
-        frames, [&finish]() __attribute__((always_inline)) { finish.takeVector(); });
+    bands.template run<flush>(input, output.samples, frames, finish);
   } else {
-    bands.template run<flush>(input, output.samples, frames, [] {});
+    Nobody nobody;
+    bands.template run<flush>(input, output.samples, frames, nobody);
     if (task.channels == 1) {
       leaveLeft<Machine>(equalised, block.samples);
     }
@@ -143,6 +149,23 @@ bool equaliseAndFinish(Block& block, const float* input) {
   return true;
 }
 
+template <class Machine, Flush flush>
+bool equaliseAndFinish(Block& block, const float* input) {
+  return block.gain != 1.0F ? equaliseAndFinish<Machine, 1, flush, true>(block, input)
+                            : equaliseAndFinish<Machine, 1, flush, false>(block, input);
+}
+
+/// The stages behind the equaliser on their own.
+template <class Machine, Origin origin>
+void finishAll(Block& block, const float* source) {
+  typename Limiter<Machine>::Ahead ahead;
+  if (block.gain != 1.0F) {
+    Finish<Machine, origin, true>(block, source, 1.0F, ahead).takeRest(block);
+  } else {
+    Finish<Machine, origin, false>(block, source, 1.0F, ahead).takeRest(block);
+  }
+}
+
 template <class Machine>
 bool processEqualised(Block& block) {
   const EqualizerTask& task = *block.equalizer;
@@ -152,7 +175,7 @@ bool processEqualised(Block& block) {
   if (canReadInPlace<Machine>(block, loudest) && canScale && task.bandCount > 0) {
     const float most = loudest > memory.most ? loudest : memory.most;
     if (memory.least >= leastMiddling && most >= leastSound && most <= mostMiddling &&
-        equaliseAndFinish<Machine, 1, Flush::provenNeedless>(block, block.source)) {
+        equaliseAndFinish<Machine, Flush::provenNeedless>(block, block.source)) {
       return true;
     }
   }
@@ -166,14 +189,14 @@ bool processEqualised(Block& block) {
     if (task.channels == 1) {
       leaveLeft<Machine>(input.samples, block.samples);
     }
-    Finish<Machine, Origin::equalizer>(block, input.samples, 1.0F).takeRest(block);
+    finishAll<Machine, Origin::equalizer>(block, input.samples);
     return true;
   }
-  if (isOrdinary && equaliseAndFinish<Machine, 1, Flush::provenNeedless>(block, input.samples)) {
+  if (isOrdinary && equaliseAndFinish<Machine, Flush::provenNeedless>(block, input.samples)) {
     return true;
   }
   if (most <= mostVectorised &&
-      equaliseAndFinish<Machine, 1, Flush::everyValue>(block, input.samples)) {
+      equaliseAndFinish<Machine, Flush::everyValue>(block, input.samples)) {
     return true;
   }
   if (task.channels == 1) {
@@ -188,7 +211,7 @@ bool process(Block& block) {
   if (block.equalizer != nullptr) {
     return processEqualised<Machine>(block);
   }
-  Finish<Machine, Origin::outside>(block, block.source, 1.0F).takeRest(block);
+  finishAll<Machine, Origin::outside>(block, block.source);
   return true;
 }
 

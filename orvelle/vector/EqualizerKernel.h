@@ -143,27 +143,28 @@ class Cascade {
     stations_[0].b2 *= inputScale;
   }
 
-  /// Frame i of the input comes out in place i + stations of the output. `listener()` is called
-  /// each time that the next vector of frames is there, so that what follows can be computed while
-  /// the filters wait for each other; not for the last ones. It is called some groups late, when
-  /// the processor has put the frames away and can read several of them at once.
+  /// Frame i of the input comes out in place i + stations of the output. As soon as the next vector
+  /// of frames is there, `listener` may `work` on it, one frame a step: so what follows is computed
+  /// while the filters wait for each other. Not on the last ones. It is called some groups late,
+  /// when the processor has put the frames away and can read several of them at once.
   template <Flush flush, class Listener>
   [[gnu::always_inline]] inline void run(const float* input, float* output, std::int32_t frames,
-                                         Listener&& listener) {
+                                         Listener& listener) {
     // A copy that nobody else can point at: the compiler may keep it in registers.
     Cascade here = *this;
     constexpr auto delay = static_cast<std::int32_t>(stations);
     constexpr std::int32_t lateGroups = 8;
     const std::int32_t filled = delay - 1 < frames ? delay - 1 : frames;
+    const std::int32_t late = filled + lateGroups * groupSteps;
     std::int32_t step = 0;
     for (; step < filled; ++step) {
       here.template advance<flush, true>(input + 2 * step, output, step, frames);
     }
-    for (std::int32_t group = 0; step + groupSteps <= frames; ++group, step += groupSteps) {
-      if (group >= lateGroups) {
-        listener();
-      }
-      here.template advanceGroup<flush, 0>(input, output, step);
+    for (; step < late && step < frames; ++step) {
+      here.template advance<flush, false>(input + 2 * step, output, step, frames);
+    }
+    for (; step + groupSteps <= frames; step += groupSteps) {
+      here.template advanceGroup<flush, 0>(input, output, step, listener);
     }
     for (; step < frames; ++step) {
       here.template advance<flush, false>(input + 2 * step, output, step, frames);
@@ -257,12 +258,13 @@ class Cascade {
   }
 
   /// Written out step after step: in a loop, the processor would spend its time on the loop.
-  template <Flush flush, std::int32_t done>
+  template <Flush flush, std::int32_t done, class Listener>
   [[gnu::always_inline]] inline void advanceGroup(const float* input, float* output,
-                                                  std::int32_t step) {
+                                                  std::int32_t step, Listener& listener) {
     if constexpr (done < groupSteps) {
       advance<flush, false>(input + 2 * (step + done), output, step + done, 0);
-      advanceGroup<flush, done + 1>(input, output, step);
+      listener.template work<done>();
+      advanceGroup<flush, done + 1>(input, output, step, listener);
     }
   }
 

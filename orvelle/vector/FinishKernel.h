@@ -36,9 +36,36 @@ class Limiter {
   using One = LaneTypes<4>::Float;
 
  public:
-  explicit Limiter(float reduction) : reduction_(One{} + reduction) { findRest(); }
+  /// What does not depend on the sample before is computed for all lanes beforehand. Reading a
+  /// number from memory costs nothing here, moving it between lanes does.
+  struct Ahead {
+    [[gnu::always_inline]] inline void set(Float target) {
+      L::store(targets, target);
+#if defined(__AVX__)
+      L::storePairs(shares, target * releaseShare, target * attackShare);
+#else
+      L::store(attacks, target * attackShare);
+      L::store(releases, target * releaseShare);
+#endif
+      asm("" : "+m"(*this));  // the compiler must not know that the numbers were in a vector
+    }
 
-  float reduction() const { return reduction_[0]; }
+    alignas(Float) float targets[L::count];
+#if defined(__AVX__)
+    alignas(Float) float shares[2 * L::count];
+#else
+    alignas(Float) float attacks[L::count];
+    alignas(Float) float releases[L::count];
+#endif
+  };
+
+  Limiter(float reduction, Ahead& ahead) : ahead_(ahead), reduction_(startingFrom(reduction)) {
+    findRest();
+  }
+
+  float reduction() const {
+    return reduction_[0];
+  }
 
   /// Whether the limiter is at rest, and stays there while samples of such magnitudes pass: then
   /// it is a factor, and no sample waits for another. Not while one is infinite, or no number.
@@ -52,17 +79,45 @@ class Limiter {
     return isAtRest_;
   }
 
-  /// The first `count` lanes, one after the other.
-  [[gnu::always_inline]] inline Float limit(Float x, std::size_t count) {
+  /// The next samples. What follows has to be called for each of their frames, then `end`.
+  [[gnu::always_inline]] inline void begin(Float x) {
     const Float magnitude = L::magnitude(x);
-    if (restsAt(magnitude)) {
-      return x * reduction();
+    samples_ = x;
+    isFollowing_ = !restsAt(magnitude);
+    if (isFollowing_) {
+      isAtRest_ = false;
+      const auto loud = magnitude > BoostRender::limThreshold;
+      ahead_.set(L::choose(loud, BoostRender::limThreshold / magnitude, L::all(1.0F)));
     }
-    isAtRest_ = false;
-    const auto loud = magnitude > BoostRender::limThreshold;
-    const Float target = L::choose(loud, BoostRender::limThreshold / magnitude, L::all(1.0F));
+  }
+
+  /// Two samples, one after the other.
+  template <std::size_t frame>
+  [[gnu::always_inline]] inline void follow() {
+    if (isFollowing_) {
+      const One left = next(reduction_, ahead_, 2 * frame);
+      reduction_ = next(left, ahead_, 2 * frame + 1);
+      reductions_[frame] = __builtin_shufflevector(left, reduction_, 0, 4, 0, 4);
+    }
+  }
+
+  [[gnu::always_inline]] inline Float end() const {
+    if (!isFollowing_) {
+      return samples_ * reduction();
+    }
     // Reduced by a factor between 0 and 1, what is finite stays so.
-    return L::keep(L::isFinite(x), x) * follow(target, count);
+    return L::keep(L::isFinite(samples_), samples_) * L::framesOf(reductions_);
+  }
+
+  /// `begin` to `end` for the first `count` samples alone.
+  [[gnu::always_inline]] inline Float limitSome(Float x, std::size_t count) {
+    begin(x);
+    Float reductions = L::all(reduction());
+    for (std::size_t lane = 0; isFollowing_ && lane < count; ++lane) {
+      reduction_ = next(reduction_, ahead_, lane);
+      reductions[lane] = reduction();
+    }
+    return L::keep(L::isFinite(samples_), samples_) * reductions;
   }
 
  private:
@@ -79,16 +134,9 @@ class Limiter {
   }
 
 #if defined(__AVX__)
-  /// What does not depend on the sample before is computed for all lanes beforehand.
-  struct Ahead {
-    [[gnu::always_inline]] inline explicit Ahead(Float target) {
-      L::store(targets, target);
-      L::storePairs(shares, target * releaseShare, target * attackShare);
-    }
-
-    alignas(Float) float targets[L::count];
-    alignas(Float) float shares[2 * L::count];
-  };
+  ORVELLE_INLINE One startingFrom(float reduction) {
+    return One{} + reduction;
+  }
 
   /// Both outcomes stand in one vector, and the comparison is at once the number of the lane that
   /// holds the right one: 0, or -1, of which the last two bits count. No mask, no jump.
@@ -100,18 +148,9 @@ class Limiter {
     return _mm_permutevar_ps(both, _mm_castps_si128(isFalling));
   }
 #else
-  /// What does not depend on the sample before is computed for all lanes beforehand.
-  struct Ahead {
-    [[gnu::always_inline]] inline explicit Ahead(Float target) {
-      L::store(targets, target);
-      L::store(attacks, target * attackShare);
-      L::store(releases, target * releaseShare);
-    }
-
-    alignas(Float) float targets[L::count];
-    alignas(Float) float attacks[L::count];
-    alignas(Float) float releases[L::count];
-  };
+  ORVELLE_INLINE One startingFrom(float reduction) {
+    return One{reduction};
+  }
 
   ORVELLE_INLINE One next(One reduction, const Ahead& ahead, std::size_t lane) {
     const One falling = reduction * attack + One{ahead.attacks[lane]};
@@ -127,41 +166,12 @@ class Limiter {
   }
 #endif
 
-  /// The reduction of four samples side by side; the last of them goes on.
-  ORVELLE_INLINE One nextFour(One& reduction, const Ahead& ahead, std::size_t lane) {
-    const One first = next(reduction, ahead, lane);
-    const One second = next(first, ahead, lane + 1);
-    const One third = next(second, ahead, lane + 2);
-    reduction = next(third, ahead, lane + 3);
-    const One early = __builtin_shufflevector(first, second, 0, 4, 0, 4);
-    const One late = __builtin_shufflevector(third, reduction, 0, 4, 0, 4);
-    return __builtin_shufflevector(early, late, 0, 1, 4, 5);
-  }
-
-  [[gnu::always_inline]] inline Float follow(Float target, std::size_t count) {
-    Ahead ahead(target);
-    // Reading a number from memory costs nothing here, moving it between lanes does: the compiler
-    // must not know that it was in a vector.
-    asm("" : "+m"(ahead));
-    if (count < L::count) {
-      Float reductions{};
-      for (std::size_t lane = 0; lane < count; ++lane) {
-        reduction_ = next(reduction_, ahead, lane);
-        reductions[lane] = reduction_[0];
-      }
-      return reductions;
-    }
-    if constexpr (L::count == 4) {
-      return nextFour(reduction_, ahead, 0);
-    } else {
-      const One early = nextFour(reduction_, ahead, 0);
-      const One late = nextFour(reduction_, ahead, 4);
-      return __builtin_shufflevector(early, late, 0, 1, 2, 3, 4, 5, 6, 7);
-    }
-  }
-
-  One reduction_;  // the same in all lanes
+  Ahead& ahead_;
+  Float samples_{};
+  One reductions_[L::count / 2]{};  // of each frame, twice
+  One reduction_;                   // in the first lane, or the same in all
   bool isAtRest_ = false;
+  bool isFollowing_ = false;
 };
 
 /// The side signal is one number for both channels, and enters the right one with its sign changed:
@@ -182,7 +192,8 @@ ORVELLE_INLINE typename Lanes<Machine>::Float widened(typename Lanes<Machine>::F
 enum class Origin { outside, equalizer };
 
 /// Everything behind the equaliser, in one pass: peak, gain and limiter, width.
-template <class Machine, Origin origin>
+/// `limits`: the gain is not exactly 1.0.
+template <class Machine, Origin origin, bool limits>
 class Finish {
   using L = Lanes<Machine>;
   using Float = typename L::Float;
@@ -190,20 +201,39 @@ class Finish {
  public:
   /// The samples of `source` stand for `scale` times as much: a power of 2, which the gain takes in
   /// without rounding (`Block::gain` must be below 2^90 then).
-  [[gnu::always_inline]] inline Finish(const Block& block, const float* source, float scale)
+  [[gnu::always_inline]] inline Finish(const Block& block, const float* source, float scale,
+                                       typename Limiter<Machine>::Ahead& ahead)
       : source_(source),
         destination_(block.destination),
         scale_(scale),
         gain_(block.gain * scale),
         width_(block.width),
-        limits_(block.gain != 1.0F),
         widens_(block.width != 1.0F),
-        limiter_(block.limReduction) {}
+        limiter_(block.limReduction, ahead) {}
+
+  /// One frame of work: after as many of these as there are frames in a vector, counted from 0, the
+  /// vector is done. In this form, the limiter's work can be mixed with other work, each of which
+  /// would otherwise wait for its own last result.
+  template <std::size_t frame>
+  [[gnu::always_inline]] inline void work() {
+    if constexpr (frame == 0) {
+      begin();
+    }
+    if constexpr (limits) {
+      limiter_.template follow<frame>();
+    }
+    if constexpr (frame == L::count / 2 - 1) {
+      end();
+    }
+  }
 
   /// The next samples, as many as there are lanes.
+  template <std::size_t frame = 0>
   [[gnu::always_inline]] inline void takeVector() {
-    L::store(destination_ + done_, finished(L::load(source_ + done_), L::count));
-    done_ += L::count;
+    if constexpr (frame < L::count / 2) {
+      work<frame>();
+      takeVector<frame + 1>();
+    }
   }
 
   /// All others, up to `samples`; then the block is told what it carries on.
@@ -216,8 +246,7 @@ class Finish {
     }
     const std::size_t rest = block.samples - done_;
     if (rest > 0) {
-      const Float some = loadSome<Machine>(source_ + done_, rest);
-      storeSome<Machine>(destination_ + done_, finished(some, rest), rest);
+      takeSome(rest);
     }
     const float peak = L::largest(L::number(peak_)) * scale_;
     block.peak = peak > block.peak ? peak : block.peak;
@@ -235,14 +264,14 @@ class Finish {
       most = L::larger(L::bits(L::magnitude(L::load(source_ + i))), most);
     }
     const Float loudest = L::magnitude(gain_ * L::number(most));
-    if (limits_ ? !limiter_.restsAt(loudest) : L::any(~L::isFinite(loudest))) {
+    if (limits ? !limiter_.restsAt(loudest) : L::any(~L::isFinite(loudest))) {
       while (done_ < end) {
         takeVector();
       }
       return;
     }
     peak_ = L::larger(most, peak_);
-    const float reduction = limits_ ? limiter_.reduction() : 1.0F;
+    const float reduction = limits ? limiter_.reduction() : 1.0F;
     if (widens_) {
       for (; done_ < end; done_ += L::count) {
         const Float x = gain_ * L::load(source_ + done_) * reduction;
@@ -255,14 +284,27 @@ class Finish {
     }
   }
 
-  [[gnu::always_inline]] inline Float finished(Float x, std::size_t count) {
-    if constexpr (origin == Origin::outside) {
-      x = L::keep(L::isFinite(x), x);
+  [[gnu::always_inline]] inline void begin() {
+    amplified_ = amplified(L::load(source_ + done_));
+    if constexpr (limits) {
+      limiter_.begin(amplified_);
     }
-    peak_ = L::larger(L::bits(L::magnitude(x)), peak_);
-    x = gain_ * x;
-    if (limits_) {
-      x = limiter_.limit(x, count);
+  }
+
+  [[gnu::always_inline]] inline void end() {
+    Float x = limits ? limiter_.end() : amplified_;
+    if (widens_) {
+      x = widened<Machine>(x, width_);
+    }
+    L::store(destination_ + done_, x);
+    done_ += L::count;
+  }
+
+  /// The last samples, fewer than there are lanes.
+  [[gnu::always_inline]] inline void takeSome(std::size_t count) {
+    Float x = amplified(loadSome<Machine>(source_ + done_, count));
+    if constexpr (limits) {
+      x = limiter_.limitSome(x, count);
     }
     if (widens_) {
       const Float halfFrame = x;
@@ -271,7 +313,15 @@ class Finish {
         x[count - 1] = halfFrame[count - 1];
       }
     }
-    return x;
+    storeSome<Machine>(destination_ + done_, x, count);
+  }
+
+  [[gnu::always_inline]] inline Float amplified(Float x) {
+    if constexpr (origin == Origin::outside) {
+      x = L::keep(L::isFinite(x), x);
+    }
+    peak_ = L::larger(L::bits(L::magnitude(x)), peak_);
+    return gain_ * x;
   }
 
   const float* source_;
@@ -280,9 +330,9 @@ class Finish {
   float scale_;
   float gain_;
   float width_;
-  bool limits_;
   bool widens_;
   typename L::Int peak_{};  // without their sign, numbers are ordered as their bits
+  Float amplified_{};
   Limiter<Machine> limiter_;
 };
 

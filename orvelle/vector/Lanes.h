@@ -76,6 +76,17 @@ struct Lanes {
     }
   }
 
+  /// One frame after the other, each of which is given in both halves of four lanes.
+  ORVELLE_INLINE Float framesOf(const LaneTypes<4>::Float (&frames)[count / 2]) {
+    const auto first = __builtin_shufflevector(frames[0], frames[1], 0, 1, 6, 7);
+    if constexpr (count == 4) {
+      return first;
+    } else {
+      const auto second = __builtin_shufflevector(frames[2], frames[3], 0, 1, 6, 7);
+      return __builtin_shufflevector(first, second, 0, 1, 2, 3, 4, 5, 6, 7);
+    }
+  }
+
   /// Left and right of each frame exchanged.
   ORVELLE_INLINE Float swapped(Float frames) {
     if constexpr (count == 4) {
