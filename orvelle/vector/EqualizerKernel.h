@@ -101,7 +101,8 @@ ORVELLE_INLINE void filter(Stations<Machine>& s, typename Lanes<Machine>::Float 
   s.z2 = z2;
 }
 
-/// All stations: `vectors` vectors of them.
+/// All stations: `vectors` vectors of them. Its functions become part of their caller, and loops
+/// over the vectors are written out, since only what nobody points at may stay in registers.
 template <class Machine, std::size_t vectors>
 class Cascade {
   using L = Lanes<Machine>;
@@ -118,6 +119,7 @@ class Cascade {
     }
     alignas(64) float memory[2][lanes] = {};
     gatherMemory(task, scale, memory);
+#pragma GCC unroll 8
     for (std::size_t v = 0; v < vectors; ++v) {
       Stations<Machine>& s = stations_[v];
       const std::size_t first = v * L::count;
@@ -150,37 +152,35 @@ class Cascade {
   template <Flush flush, class Listener>
   [[gnu::always_inline]] inline void run(const float* input, float* output, std::int32_t frames,
                                          Listener& listener) {
-    // A copy that nobody else can point at: the compiler may keep it in registers.
-    Cascade here = *this;
     constexpr auto delay = static_cast<std::int32_t>(stations);
     constexpr std::int32_t lateGroups = 8;
     const std::int32_t filled = delay - 1 < frames ? delay - 1 : frames;
     const std::int32_t late = filled + lateGroups * groupSteps;
     std::int32_t step = 0;
     for (; step < filled; ++step) {
-      here.template advance<flush, true>(input + 2 * step, output, step, frames);
+      advance<flush, true>(input + 2 * step, output, step, frames);
     }
     for (; step < late && step < frames; ++step) {
-      here.template advance<flush, false>(input + 2 * step, output, step, frames);
+      advance<flush, false>(input + 2 * step, output, step, frames);
     }
     for (; step + groupSteps <= frames; step += groupSteps) {
-      here.template advanceGroup<flush, 0>(input, output, step, listener);
+      advanceGroup<flush, 0>(input, output, step, listener);
     }
     for (; step < frames; ++step) {
-      here.template advance<flush, false>(input + 2 * step, output, step, frames);
+      advance<flush, false>(input + 2 * step, output, step, frames);
     }
     for (; step < frames + delay - 1; ++step) {
       // No new frame, but the later stations are not done: any frame will do.
-      here.template advance<flush, true>(input, output, step, frames);
+      advance<flush, true>(input, output, step, frames);
     }
-    L::storeFirst(output + 2 * step, L::rotated(here.stations_[vectors - 1].y));
-    *this = here;
+    L::storeFirst(output + 2 * step, L::rotated(stations_[vectors - 1].y));
   }
 
   /// Whether what `run` did is what the plain arithmetic does.
   template <Flush flush>
-  bool holds() const {
+  [[gnu::always_inline]] inline bool holds() const {
     typename L::Int doubtful = L::all(0);
+#pragma GCC unroll 8
     for (std::size_t v = 0; v < vectors; ++v) {
       const Stations<Machine>& s = stations_[v];
       doubtful |=
@@ -189,8 +189,9 @@ class Cascade {
     return !L::any(doubtful);
   }
 
-  void keepMemory(const EqualizerTask& task, float scale) const {
+  [[gnu::always_inline]] inline void keepMemory(const EqualizerTask& task, float scale) const {
     alignas(64) float memory[2][lanes];
+#pragma GCC unroll 8
     for (std::size_t v = 0; v < vectors; ++v) {
       L::store(memory[0] + v * L::count, stations_[v].z1 * scale);
       L::store(memory[1] + v * L::count, stations_[v].z2 * scale);
