@@ -111,6 +111,7 @@ void leaveLeft(float* frames, std::size_t count) {
 
 /// Waits until the equaliser is through.
 struct Nobody {
+  [[gnu::always_inline]] inline void start() {}
   template <std::size_t frame>
   [[gnu::always_inline]] inline void work() {}
 };
@@ -129,7 +130,7 @@ bool equaliseAndFinish(Block& block, const float* input) {
   Bands bands(task, scale);
   FrameBuffer output;
   float* const equalised = output.samples + 2 * Bands::stations;
-  typename Limiter<Machine>::Ahead ahead;
+  typename Limiter<Machine>::Aheads ahead;
   Finish<Machine, Origin::equalizer, limits> finish(block, equalised, 1.0F / scale, ahead);
   const auto frames = static_cast<std::int32_t>(block.samples / task.channels);
   if (task.channels == 2 && flush == Flush::provenNeedless) {
@@ -158,7 +159,7 @@ bool equaliseAndFinish(Block& block, const float* input) {
 /// The stages behind the equaliser on their own.
 template <class Machine, Origin origin>
 void finishAll(Block& block, const float* source) {
-  typename Limiter<Machine>::Ahead ahead;
+  typename Limiter<Machine>::Aheads ahead;
   if (block.gain != 1.0F) {
     Finish<Machine, origin, true>(block, source, 1.0F, ahead).takeRest(block);
   } else {

@@ -163,6 +163,9 @@ class Cascade {
     for (; step < late && step < frames; ++step) {
       advance<flush, false>(input + 2 * step, output, step, frames);
     }
+    if (step + groupSteps <= frames) {
+      listener.start();
+    }
     for (; step + groupSteps <= frames; step += groupSteps) {
       advanceGroup<flush, 0>(input, output, step, listener);
     }

@@ -59,7 +59,10 @@ class Limiter {
 #endif
   };
 
-  Limiter(float reduction, Ahead& ahead) : ahead_(ahead), reduction_(startingFrom(reduction)) {
+  /// Of the present samples, and of the coming ones.
+  using Aheads = Ahead[2];
+
+  Limiter(float reduction, Aheads& ahead) : ahead_(ahead), reduction_(startingFrom(reduction)) {
     findRest();
   }
 
@@ -67,36 +70,46 @@ class Limiter {
     return reduction_[0];
   }
 
-  /// Whether the limiter is at rest, and stays there while samples of such magnitudes pass: then
-  /// it is a factor, and no sample waits for another. Not while one is infinite, or no number.
-  [[gnu::always_inline]] inline bool restsAt(Float magnitude) {
-    if (L::any(~(magnitude <= BoostRender::limThreshold))) {
-      return false;
-    }
+  /// Whether samples of such magnitudes leave a limiter alone that is at rest: then it is a factor,
+  /// and no sample waits for another. Not if one is infinite, or no number.
+  ORVELLE_INLINE bool isQuiet(Float magnitude) {
+    return !L::any(~(magnitude <= BoostRender::limThreshold));
+  }
+
+  [[gnu::always_inline]] inline bool isAtRest() {
     if (!isAtRest_) {
       findRest();
     }
     return isAtRest_;
   }
 
-  /// The next samples. What follows has to be called for each of their frames, then `end`.
-  [[gnu::always_inline]] inline void begin(Float x) {
+  /// The coming samples. A division takes long: to be called while the present ones are followed.
+  [[gnu::always_inline]] inline void prepare(Float x) {
     const Float magnitude = L::magnitude(x);
-    samples_ = x;
-    isFollowing_ = !restsAt(magnitude);
-    if (isFollowing_) {
-      isAtRest_ = false;
+    coming_ = x;
+    areComingQuiet_ = isQuiet(magnitude);
+    if (!areComingQuiet_ || !isAtRest_) {
       const auto loud = magnitude > BoostRender::limThreshold;
-      ahead_.set(L::choose(loud, BoostRender::limThreshold / magnitude, L::all(1.0F)));
+      const Float target = L::choose(loud, BoostRender::limThreshold / magnitude, L::all(1.0F));
+      ahead_[1 - present_].set(target);
     }
+  }
+
+  /// The coming samples are the present ones. What follows has to be called for each of their
+  /// frames, then `end`.
+  [[gnu::always_inline]] inline void begin() {
+    samples_ = coming_;
+    present_ = 1 - present_;
+    isFollowing_ = !areComingQuiet_ || !isAtRest();
+    isAtRest_ = !isFollowing_;
   }
 
   /// Two samples, one after the other.
   template <std::size_t frame>
   [[gnu::always_inline]] inline void follow() {
     if (isFollowing_) {
-      const One left = next(reduction_, ahead_, 2 * frame);
-      reduction_ = next(left, ahead_, 2 * frame + 1);
+      const One left = next(reduction_, ahead_[present_], 2 * frame);
+      reduction_ = next(left, ahead_[present_], 2 * frame + 1);
       reductions_[frame] = __builtin_shufflevector(left, reduction_, 0, 4, 0, 4);
     }
   }
@@ -109,12 +122,13 @@ class Limiter {
     return L::keep(L::isFinite(samples_), samples_) * L::framesOf(reductions_);
   }
 
-  /// `begin` to `end` for the first `count` samples alone.
+  /// From `prepare` to `end` for the first `count` samples alone.
   [[gnu::always_inline]] inline Float limitSome(Float x, std::size_t count) {
-    begin(x);
+    prepare(x);
+    begin();
     Float reductions = L::all(reduction());
     for (std::size_t lane = 0; isFollowing_ && lane < count; ++lane) {
-      reduction_ = next(reduction_, ahead_, lane);
+      reduction_ = next(reduction_, ahead_[present_], lane);
       reductions[lane] = reduction();
     }
     return L::keep(L::isFinite(samples_), samples_) * reductions;
@@ -166,12 +180,15 @@ class Limiter {
   }
 #endif
 
-  Ahead& ahead_;
+  Aheads& ahead_;
+  std::size_t present_ = 0;
   Float samples_{};
+  Float coming_{};
   One reductions_[L::count / 2]{};  // of each frame, twice
   One reduction_;                   // in the first lane, or the same in all
   bool isAtRest_ = false;
   bool isFollowing_ = false;
+  bool areComingQuiet_ = false;
 };
 
 /// The side signal is one number for both channels, and enters the right one with its sign changed:
@@ -202,7 +219,7 @@ class Finish {
   /// The samples of `source` stand for `scale` times as much: a power of 2, which the gain takes in
   /// without rounding (`Block::gain` must be below 2^90 then).
   [[gnu::always_inline]] inline Finish(const Block& block, const float* source, float scale,
-                                       typename Limiter<Machine>::Ahead& ahead)
+                                       typename Limiter<Machine>::Aheads& ahead)
       : source_(source),
         destination_(block.destination),
         scale_(scale),
@@ -211,13 +228,21 @@ class Finish {
         widens_(block.width != 1.0F),
         limiter_(block.limReduction, ahead) {}
 
+  /// To be called before `work`, as soon as the first vector is there.
+  [[gnu::always_inline]] inline void start() {
+    isStarted_ = true;
+    if constexpr (limits) {
+      limiter_.prepare(amplified(L::load(source_ + done_)));
+    }
+  }
+
   /// One frame of work: after as many of these as there are frames in a vector, counted from 0, the
   /// vector is done. In this form, the limiter's work can be mixed with other work, each of which
-  /// would otherwise wait for its own last result.
-  template <std::size_t frame>
+  /// would otherwise wait for its own last result. If it `hasNext`, the next vector must be there.
+  template <std::size_t frame, bool hasNext = true>
   [[gnu::always_inline]] inline void work() {
     if constexpr (frame == 0) {
-      begin();
+      begin<hasNext>();
     }
     if constexpr (limits) {
       limiter_.template follow<frame>();
@@ -227,23 +252,12 @@ class Finish {
     }
   }
 
-  /// The next samples, as many as there are lanes.
-  template <std::size_t frame = 0>
-  [[gnu::always_inline]] inline void takeVector() {
-    if constexpr (frame < L::count / 2) {
-      work<frame>();
-      takeVector<frame + 1>();
-    }
-  }
-
   /// All others, up to `samples`; then the block is told what it carries on.
   [[gnu::always_inline]] inline void takeRest(Block& block) {
-    while (done_ + groupVectors * L::count <= block.samples) {
+    while (!isStarted_ && done_ + groupVectors * L::count <= block.samples) {
       takeGroup();
     }
-    while (done_ + L::count <= block.samples) {
-      takeVector();
-    }
+    takeVectors(block.samples - block.samples % L::count);
     const std::size_t rest = block.samples - done_;
     if (rest > 0) {
       takeSome(rest);
@@ -264,10 +278,9 @@ class Finish {
       most = L::larger(L::bits(L::magnitude(L::load(source_ + i))), most);
     }
     const Float loudest = L::magnitude(gain_ * L::number(most));
-    if (limits ? !limiter_.restsAt(loudest) : L::any(~L::isFinite(loudest))) {
-      while (done_ < end) {
-        takeVector();
-      }
+    if (limits ? !Limiter<Machine>::isQuiet(loudest) || !limiter_.isAtRest()
+               : L::any(~L::isFinite(loudest))) {
+      takeVectors(end);
       return;
     }
     peak_ = L::larger(most, peak_);
@@ -284,10 +297,37 @@ class Finish {
     }
   }
 
+  [[gnu::always_inline]] inline void takeVectors(std::size_t end) {
+    if (done_ == end) {
+      return;
+    }
+    if (!isStarted_) {
+      start();
+    }
+    while (done_ + L::count < end) {
+      takeVector<true, 0>();
+    }
+    takeVector<false, 0>();
+    isStarted_ = false;
+  }
+
+  template <bool hasNext, std::size_t frame>
+  [[gnu::always_inline]] inline void takeVector() {
+    if constexpr (frame < L::count / 2) {
+      work<frame, hasNext>();
+      takeVector<hasNext, frame + 1>();
+    }
+  }
+
+  template <bool hasNext>
   [[gnu::always_inline]] inline void begin() {
-    amplified_ = amplified(L::load(source_ + done_));
-    if constexpr (limits) {
-      limiter_.begin(amplified_);
+    if constexpr (!limits) {
+      amplified_ = amplified(L::load(source_ + done_));
+      return;
+    }
+    limiter_.begin();
+    if constexpr (hasNext) {
+      limiter_.prepare(amplified(L::load(source_ + done_ + L::count)));
     }
   }
 
@@ -331,6 +371,7 @@ class Finish {
   float gain_;
   float width_;
   bool widens_;
+  bool isStarted_ = false;
   typename L::Int peak_{};  // without their sign, numbers are ordered as their bits
   Float amplified_{};
   Limiter<Machine> limiter_;
