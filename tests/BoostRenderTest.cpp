@@ -128,11 +128,13 @@ TEST(BoostRenderTest, NonFiniteInputIsSilence) {
   }
 }
 
+class BoostRenderKernels : public ::testing::TestWithParam<const vector::Kernels*> {};
+
 // Catches a filter that stays dead after an overflow, and one that takes its neighbour with it.
-TEST(BoostRenderTest, OverflowInTheEqualiserRestartsThatChannelOnly) {
+TEST_P(BoostRenderKernels, OverflowInTheEqualiserRestartsThatChannelOnly) {
   const std::vector<float> music = noise(12, 8000, 0.5F);
-  BoostRender overflowing;
-  BoostRender undisturbed;
+  BoostRender overflowing(*GetParam());
+  BoostRender undisturbed(*GetParam());
   for (BoostRender* chain : {&overflowing, &undisturbed}) {
     chain->equalizer.isEnabled = true;
     chain->equalizer.setGains(std::vector<float>(10, 12.0F));
@@ -146,7 +148,7 @@ TEST(BoostRenderTest, OverflowInTheEqualiserRestartsThatChannelOnly) {
 
 // Catches infinities made by our own arithmetic on their way to the output or into the limiter:
 // once the absurd setting is gone, the chain works again.
-TEST(BoostRenderTest, AbsurdSettingsGiveFiniteOutputAndLeaveNoTrace) {
+TEST_P(BoostRenderKernels, AbsurdSettingsGiveFiniteOutputAndLeaveNoTrace) {
   constexpr float most = std::numeric_limits<float>::max();
   const std::vector<Mode> absurd = {
       {"infinite gain", infinity},
@@ -160,7 +162,7 @@ TEST(BoostRenderTest, AbsurdSettingsGiveFiniteOutputAndLeaveNoTrace) {
   };
   for (const Mode& mode : absurd) {
     SCOPED_TRACE(mode.name);
-    BoostRender chain;
+    BoostRender chain(*GetParam());
     ScalarModel unused;
     apply(mode, chain, unused);
     for (unsigned callback = 0; callback < 20; ++callback) {
@@ -172,6 +174,11 @@ TEST(BoostRenderTest, AbsurdSettingsGiveFiniteOutputAndLeaveNoTrace) {
     EXPECT_NEAR(play(chain, std::vector<float>(96000, 0.5F), 2).back(), 0.98F, 0.001F);
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(All, BoostRenderKernels,
+                         ::testing::ValuesIn(vector::usableKernels().begin(),
+                                             vector::usableKernels().end()),
+                         [](const auto& kernels) -> std::string { return kernels.param->name; });
 
 }  // namespace
 }  // namespace orvelle::test

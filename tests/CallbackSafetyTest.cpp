@@ -90,10 +90,12 @@ TEST(RealTimeSentinelTest, SystemCallsAreNoticedAndStillWork) {
   EXPECT_EQ(bogus, -1);
 }
 
+class RenderSafety : public ::testing::TestWithParam<const vector::Kernels*> {};
+
 // Catches any allocation, lock or system call on any path of the chain: limiter idle and working,
 // sound that is tiny, absurd or not finite, buffers without data, partner or channels, and the
 // first callback after every change.
-TEST(CallbackSafetyTest, RenderStaysInUserSpace) {
+TEST_P(RenderSafety, RenderStaysInUserSpace) {
   constexpr std::size_t samples = 1024;
   constexpr std::uint32_t bytes = samples * sizeof(float);
   constexpr float infinity = std::numeric_limits<float>::infinity();
@@ -102,7 +104,7 @@ TEST(CallbackSafetyTest, RenderStaysInUserSpace) {
 
   for (const Mode& mode : settings) {
     SCOPED_TRACE(mode.name);
-    BoostRender chain;
+    BoostRender chain(*GetParam());
     ScalarModel unused;
     apply(mode, chain, unused);
     for (const float amplitude : {0.01F, 1.0F, 4.0F, 1e-25F, infinity}) {
@@ -125,6 +127,11 @@ TEST(CallbackSafetyTest, RenderStaysInUserSpace) {
     }
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(All, RenderSafety,
+                         ::testing::ValuesIn(vector::usableKernels().begin(),
+                                             vector::usableKernels().end()),
+                         [](const auto& kernels) -> std::string { return kernels.param->name; });
 
 // Catches the same in a tap's callback, from its very first call on: the curve comes from the C
 // library. Also in what stands around every engine's callback, and when the engine is gone.

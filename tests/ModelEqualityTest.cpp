@@ -2,6 +2,7 @@
 // of buffers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <functional>
@@ -114,7 +115,11 @@ class Comparison {
     }
     Buffers ofChain(outputShape);
     Buffers ofModel(outputShape);
-    chain.render(input.list(), ofChain.list());
+    for (std::size_t b = 0; isInPlace && b < outputShape.size(); ++b) {
+      std::copy_n(input.samples[b].begin(), outputShape[b].bytes / sizeof(float),
+                  ofChain.samples[b].begin());
+    }
+    chain.render(isInPlace ? ofChain.list() : input.list(), ofChain.list());
     for (std::vector<float>& buffer : input.samples) {
       for (float& sample : buffer) {
         sample = std::isfinite(sample) ? sample : 0.0F;
@@ -145,6 +150,7 @@ class Comparison {
     using BoostRender::limReduction;
   } chain;
   ScalarModel model;
+  bool isInPlace = false;  // the chain's input and output are the same memory
 
  private:
   const Signal& signal_;
@@ -185,7 +191,7 @@ const std::vector<Pattern>& patterns() {
       {"Stereo", {symmetric(2, 512)}},
       {"StereoOfManySizes",
        {symmetric(2, 1), symmetric(2, 2), symmetric(2, 3), symmetric(2, 7), symmetric(2, 64),
-        symmetric(2, 255), symmetric(2, 1024), symmetric(2, 8192)}},
+        symmetric(2, 255), symmetric(2, 511), symmetric(2, 1024), symmetric(2, 8192)}},
       {"StereoOfSmallSizes", smallSizes(2)},
       {"Mono", {symmetric(1, 480), symmetric(1, 1)}},
       {"MonoOfSmallSizes", smallSizes(1)},
@@ -256,7 +262,8 @@ INSTANTIATE_TEST_SUITE_P(Patterns, ModelEquality,
 class ModelEqualityInTime : public ::testing::TestWithParam<const vector::Kernels*> {};
 
 // Catches state that is reset, or still moves, while its stage is passed by, settings that stick
-// from an earlier callback, and bands that are left out while they still remember something.
+// from an earlier callback, bands that are left out while they still remember something, and input
+// that is written over before it is read.
 TEST_P(ModelEqualityInTime, ChangesOfSettingsAndSizesKeepFilterAndLimiterState) {
   for (unsigned seed = 1; seed <= 60; ++seed) {
     Random random(seed);
@@ -265,6 +272,7 @@ TEST_P(ModelEqualityInTime, ChangesOfSettingsAndSizesKeepFilterAndLimiterState) 
       apply(modes()[random() % modes().size()], comparison.chain, comparison.model);
       const auto frames = static_cast<std::uint32_t>((1U << random() % 14U) + random() % 3U);
       const Callback callback = symmetric(random() % 4U == 0 ? 1 : 2, frames);
+      comparison.isInPlace = random() % 2U == 0;
       ASSERT_TRUE(comparison.callback(callback.input, callback.output))
           << "seed " << seed << ", callback " << i;
     }

@@ -123,11 +123,11 @@ class Cascade {
     for (std::size_t v = 0; v < vectors; ++v) {
       Stations<Machine>& s = stations_[v];
       const std::size_t first = v * L::count;
-      s.b0 = L::load(task.layout.coefficients[0] + first);
-      s.b1 = L::load(task.layout.coefficients[1] + first);
-      s.b2 = L::load(task.layout.coefficients[2] + first);
-      s.a1 = L::load(task.layout.coefficients[3] + first);
-      s.a2 = L::load(task.layout.coefficients[4] + first);
+      s.b0 = L::load(&task.layout.coefficients[0][first]);
+      s.b1 = L::load(&task.layout.coefficients[1][first]);
+      s.b2 = L::load(&task.layout.coefficients[2][first]);
+      s.a1 = L::load(&task.layout.coefficients[3][first]);
+      s.a2 = L::load(&task.layout.coefficients[4][first]);
       s.z1 = L::load(memory[0] + first);
       s.z2 = L::load(memory[1] + first);
       s.position = positions(static_cast<std::int32_t>(v));

@@ -202,7 +202,7 @@ ORVELLE_INLINE typename Lanes<Machine>::Float widened(typename Lanes<Machine>::F
   const auto side = L::leftTwice(frames - other) * 0.5F * width;
   const auto sum = mid + L::rightNegated(side);
   const auto clipped = L::larger(L::all(-1.0F), L::smaller(L::all(1.0F), sum));
-  return L::keep(clipped == clipped, clipped);
+  return L::keep(clipped <= 1.0F, clipped);  // not if infinities met
 }
 
 /// Who vouches for the samples: the equaliser puts out finite ones.

@@ -27,7 +27,8 @@ struct EqualizerTask {
   /// bands or their coefficients change.
   struct Layout {
     static constexpr std::size_t mostLanes = 24;
-    alignas(64) float coefficients[Equalizer::coefficientsPerBand][mostLanes];
+    using Row = std::array<float, mostLanes>;  // one coefficient of all bands
+    alignas(64) std::array<Row, Equalizer::coefficientsPerBand> coefficients;
     std::size_t vectors = 0;  // 0: empty
   };
   Layout layout{};
