@@ -274,8 +274,10 @@ class Finish {
   [[gnu::always_inline]] inline void takeGroup() {
     const std::size_t end = done_ + groupVectors * L::count;
     typename L::Int most{};
-    for (std::size_t i = done_; i < end; i += L::count) {
-      most = L::larger(L::bits(L::magnitude(L::load(source_ + i))), most);
+#pragma GCC unroll 8
+    for (std::size_t v = 0; v < groupVectors; ++v) {
+      const Float x = L::load(source_ + done_ + v * L::count);
+      most = L::larger(L::bits(L::magnitude(x)), most);
     }
     const Float loudest = L::magnitude(gain_ * L::number(most));
     if (limits ? !Limiter<Machine>::isQuiet(loudest) || !limiter_.isAtRest()
@@ -291,9 +293,12 @@ class Finish {
         L::store(destination_ + done_, widened<Machine>(x, width_));
       }
     } else {
-      for (; done_ < end; done_ += L::count) {
-        L::store(destination_ + done_, gain_ * L::load(source_ + done_) * reduction);
+#pragma GCC unroll 8
+      for (std::size_t v = 0; v < groupVectors; ++v) {
+        const std::size_t at = done_ + v * L::count;
+        L::store(destination_ + at, gain_ * L::load(source_ + at) * reduction);
       }
+      done_ = end;
     }
   }
 
