@@ -38,17 +38,22 @@ bool canReadInPlace(const Block& block, float& most) {
   if (overlap || block.equalizer->channels == 1 || block.samples < L::count) {
     return false;
   }
+  // As bits, what is no number is larger than all numbers. One less, and without a sign, 0 is too:
+  // it does no harm.
+  const auto lessOne = [](typename L::Int magnitude) {
+    return reinterpret_cast<typename L::Unsigned>(magnitude - 1);
+  };
   const std::size_t last = block.samples - L::count;
   auto largest = L::bits(L::magnitude(L::load(block.source + last)));
-  auto least = largest;
+  auto least = lessOne(largest);
   for (std::size_t i = 0; i < last; i += L::count) {
     const auto magnitude = L::bits(L::magnitude(L::load(block.source + i)));
     largest = L::larger(magnitude, largest);
-    least = L::smaller(magnitude, least);
+    least = L::smaller(lessOne(magnitude), least);
   }
   most = L::largest(L::number(largest));
-  // As bits, what is no number is larger than all numbers.
-  return !L::any(~(L::number(largest) <= mostMiddling) | (L::number(least) < leastMiddling));
+  const auto isTiny = least < lessOne(L::bits(L::all(leastMiddling)));
+  return !L::any(~(L::number(largest) <= mostMiddling) | isTiny);
 }
 
 /// Copies a block into the buffer, finite and flushed. Returns its range.
@@ -172,19 +177,23 @@ bool processEqualised(Block& block) {
   const EqualizerTask& task = *block.equalizer;
   const Range memory = remembered<Machine>(task);
   const bool canScale = __builtin_fabsf(block.gain) <= mostScaledGain;
+  const bool mayBeProven = memory.least >= leastMiddling && canScale;
+  bool isDisproven = false;
   float loudest = 0.0F;
-  if (canReadInPlace<Machine>(block, loudest) && canScale && task.bandCount > 0) {
+  if (mayBeProven && task.bandCount > 0 && canReadInPlace<Machine>(block, loudest)) {
     const float most = loudest > memory.most ? loudest : memory.most;
-    if (memory.least >= leastMiddling && most >= leastSound && most <= mostMiddling &&
-        equaliseAndFinish<Machine, Flush::provenNeedless>(block, block.source)) {
-      return true;
+    if (most >= leastSound && most <= mostMiddling) {
+      if (equaliseAndFinish<Machine, Flush::provenNeedless>(block, block.source)) {
+        return true;
+      }
+      isDisproven = true;
     }
   }
   FrameBuffer input;
   const Range heard = fill<Machine>(input, block);
   const float most = heard.most > memory.most ? heard.most : memory.most;
-  const bool isOrdinary = heard.least >= leastMiddling && memory.least >= leastMiddling &&
-                          most >= leastSound && most <= mostMiddling && canScale;
+  const bool isOrdinary = mayBeProven && !isDisproven && heard.least >= leastMiddling &&
+                          most >= leastSound && most <= mostMiddling;
   const bool isSilent = most == 0.0F;
   if (isSilent || (task.bandCount == 0 && most <= mostVectorised)) {
     if (task.channels == 1) {

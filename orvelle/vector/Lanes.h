@@ -26,12 +26,14 @@ template <>
 struct LaneTypes<4> {
   using Float [[gnu::vector_size(16)]] = float;
   using Int [[gnu::vector_size(16)]] = std::int32_t;
+  using Unsigned [[gnu::vector_size(16)]] = std::uint32_t;
 };
 
 template <>
 struct LaneTypes<8> {
   using Float [[gnu::vector_size(32)]] = float;
   using Int [[gnu::vector_size(32)]] = std::int32_t;
+  using Unsigned [[gnu::vector_size(32)]] = std::uint32_t;
 };
 
 /// Comparison of two vectors gives an `Int` with all bits set in the lanes where it holds.
@@ -40,6 +42,7 @@ struct Lanes {
   static constexpr std::size_t count = Machine::lanes;
   using Float = typename LaneTypes<count>::Float;
   using Int = typename LaneTypes<count>::Int;
+  using Unsigned = typename LaneTypes<count>::Unsigned;
 
   ORVELLE_INLINE Float all(float value) { return value - Float{}; }
   ORVELLE_INLINE Int all(std::int32_t value) { return value - Int{}; }
@@ -162,7 +165,7 @@ struct Lanes {
     return one > other ? one : other;
   }
 
-  ORVELLE_INLINE Int smaller(Int one, Int other) {
+  ORVELLE_INLINE Unsigned smaller(Unsigned one, Unsigned other) {
     return one < other ? one : other;
   }
 
