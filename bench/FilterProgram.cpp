@@ -1,21 +1,21 @@
 // The signal chain as a filter: raw interleaved 32-bit float stereo, native byte order, from
 // standard input to standard output.
-#include <unistd.h>
-
-#include <cerrno>
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
-#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
+#include "bench/RawAudio.h"
 #include "orvelle/BoostRender.h"
 #include "orvelle/EQPreset.h"
 #include "orvelle/NumberText.h"
@@ -24,22 +24,32 @@ namespace orvelle {
 namespace {
 
 constexpr int usageError = 2;
-constexpr std::size_t frameBytes = 2 * sizeof(float);
 
 constexpr std::string_view usage =
     R"(Usage: orvelle-filter [options] < input > output
 Reads and writes raw interleaved 32-bit float stereo, native byte order.
   --gain <x>       linear factor, 0 or more (default 1)
   --preset <name>  equaliser curve, switches the equaliser on (default: off)
+  --bands <dB,...> gain of each of the ten bands, the same with a curve of your own
   --width <x>      stereo width, 0 is mono, 1 is neutral (default 1)
   --frames <n>     frames per callback, 1 to 1048576 (default 512)
+  --kernels <name> instruction set (default: the fastest that this processor has)
   --help           this text
-)";
+Instruction sets of this processor, the fastest first:)";
+
+std::string namesOfKernels() {
+  std::string names;
+  for (const vector::Kernels* const kernels : vector::usableKernels()) {
+    names.append(" ").append(kernels->name);
+  }
+  return names;
+}
 
 struct Options {
   float gain = 1.0F;
   float width = 1.0F;
-  std::optional<EQPreset> preset;
+  std::optional<std::array<float, Equalizer::bands>> gainsDb;  // none: equaliser off
+  const vector::Kernels* kernels = &vector::fastestKernels();
   std::size_t framesPerCallback = 512;
 };
 
@@ -79,90 +89,77 @@ EQPreset parsePreset(std::string_view text) {
   throw UsageError{message};
 }
 
+std::array<float, Equalizer::bands> parseBands(std::string_view text) {
+  std::array<float, Equalizer::bands> gainsDb{};
+  std::string_view rest = text;
+  for (std::size_t band = 0; band < gainsDb.size(); ++band) {
+    const std::size_t end = band + 1 < gainsDb.size() ? rest.find(',') : rest.size();
+    const auto value = parseFloat(std::string(rest.substr(0, end)));
+    if (end == std::string_view::npos || !value || !(std::abs(*value) <= 40.0F)) {
+      throw UsageError{"--bands wants ten numbers from -40 to 40 with commas between them, not \"" +
+                       std::string(text) + "\""};
+    }
+    gainsDb[band] = *value;
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+  }
+  return gainsDb;
+}
+
+const vector::Kernels& parseKernels(std::string_view text) {
+  for (const vector::Kernels* const kernels : vector::usableKernels()) {
+    if (kernels->name == text) {
+      return *kernels;
+    }
+  }
+  throw UsageError{"this processor has no \"" + std::string(text) + "\""};
+}
+
+void apply(std::string_view option, std::string_view value, Options& options) {
+  if (option == "--gain") {
+    options.gain = parseFactor(option, value);
+  } else if (option == "--width") {
+    options.width = parseFactor(option, value);
+  } else if (option == "--preset") {
+    options.gainsDb = gains(parsePreset(value));
+  } else if (option == "--bands") {
+    options.gainsDb = parseBands(value);
+  } else if (option == "--kernels") {
+    options.kernels = &parseKernels(value);
+  } else {
+    options.framesPerCallback = parseFrames(value);
+  }
+}
+
 Options parse(const std::vector<std::string_view>& arguments) {
+  constexpr std::array known = {"--gain",  "--width",   "--preset",
+                                "--bands", "--kernels", "--frames"};
   Options options;
   for (std::size_t i = 0; i < arguments.size(); i += 2) {
     const std::string_view option = arguments[i];
-    if (option != "--gain" && option != "--width" && option != "--preset" && option != "--frames") {
+    if (std::ranges::find(known, option) == known.end()) {
       throw UsageError{"unknown option \"" + std::string(option) + "\""};
     }
     if (i + 1 == arguments.size()) {
       throw UsageError{std::string(option) + " wants a value"};
     }
-    const std::string_view value = arguments[i + 1];
-    if (option == "--gain") {
-      options.gain = parseFactor(option, value);
-    } else if (option == "--width") {
-      options.width = parseFactor(option, value);
-    } else if (option == "--preset") {
-      options.preset = parsePreset(value);
-    } else {
-      options.framesPerCallback = parseFrames(value);
-    }
+    apply(option, arguments[i + 1], options);
   }
   return options;
 }
 
-/// Fills `bytes` up to the end of the input, however small the pieces are in which it comes.
-std::size_t readFully(char* bytes, std::size_t size) {
-  std::size_t filled = 0;
-  while (filled < size) {
-    const ssize_t count = ::read(STDIN_FILENO, bytes + filled, size - filled);
-    if (count == 0) {
-      break;
-    }
-    if (count > 0) {
-      filled += static_cast<std::size_t>(count);
-    } else if (errno != EINTR) {
-      throw std::system_error(errno, std::generic_category(), "cannot read standard input");
-    }
-  }
-  return filled;
-}
-
-/// False: nobody reads any more.
-bool writeFully(const char* bytes, std::size_t size) {
-  std::size_t written = 0;
-  while (written < size) {
-    const ssize_t count = ::write(STDOUT_FILENO, bytes + written, size - written);
-    if (count >= 0) {
-      written += static_cast<std::size_t>(count);
-    } else if (errno == EPIPE) {
-      return false;
-    } else if (errno != EINTR) {
-      throw std::system_error(errno, std::generic_category(), "cannot write standard output");
-    }
-  }
-  return true;
-}
-
 void filter(const Options& options) {
-  BoostRender chain;
+  BoostRender chain(*options.kernels);
   chain.gain = options.gain;
   chain.spatialWidth = options.width;
-  if (options.preset) {
-    chain.equalizer.setGains(gains(*options.preset));
+  if (options.gainsDb) {
+    chain.equalizer.setGains(*options.gainsDb);
     chain.equalizer.isEnabled = true;
   }
-
-  std::vector<float> samples(2 * options.framesPerCallback);
-  char* const bytes = reinterpret_cast<char*>(samples.data());
-  const std::size_t callbackBytes = samples.size() * sizeof(float);
-  std::size_t received = callbackBytes;
-  while (received == callbackBytes) {
-    received = readFully(bytes, callbackBytes);
-    const std::size_t surplus = received % frameBytes;
-    const auto whole = static_cast<std::uint32_t>(received - surplus);
-    const AudioBuffer buffer{2, whole, samples.data()};
+  filterStandardInput("orvelle-filter", options.framesPerCallback, [&](std::span<float> samples) {
+    const auto bytes = static_cast<std::uint32_t>(samples.size_bytes());
+    const AudioBuffer buffer{2, bytes, samples.data()};
     chain.render({&buffer, 1}, {&buffer, 1});
-    if (!writeFully(bytes, whole)) {
-      return;
-    }
-    if (surplus != 0) {
-      std::cerr << "orvelle-filter: the input ends within a frame; its last " << surplus
-                << " bytes are left out\n";
-    }
-  }
+  });
 }
 
 }  // namespace
@@ -172,16 +169,16 @@ int main(int argc, char** argv) {
   const std::vector<std::string_view> arguments(argv + 1, argv + argc);
   for (const std::string_view argument : arguments) {
     if (argument == "--help") {
-      std::cout << orvelle::usage;
+      std::cout << orvelle::usage << orvelle::namesOfKernels() << "\n";
       return EXIT_SUCCESS;
     }
   }
-  std::signal(SIGPIPE, SIG_IGN);  // a reader that has heard enough is no accident
   try {
     orvelle::filter(orvelle::parse(arguments));
     return EXIT_SUCCESS;
   } catch (const orvelle::UsageError& error) {
-    std::cerr << "orvelle-filter: " << error.message << "\n\n" << orvelle::usage;
+    std::cerr << "orvelle-filter: " << error.message << "\n\n"
+              << orvelle::usage << orvelle::namesOfKernels() << "\n";
     return orvelle::usageError;
   } catch (const std::exception& error) {
     std::cerr << "orvelle-filter: " << error.what() << "\n";

@@ -74,6 +74,10 @@ TEST_F(FilterProgramTest, SoundsLikeTheModelHoweverTheInputArrives) {
   EXPECT_EQ(content("out"), expected);
   EXPECT_EQ(run("dd if=in bs=4099 status=none | \"$FILTER\" --frames 333" + options + "> out"), 0);
   EXPECT_EQ(content("out"), expected);
+  const std::string name = std::string(" --kernels ") + vector::usableKernels().back()->name;
+  const std::string bands = name + " --gain 3 --width 1.5 --bands 8,7,5,3,1,0,0,0,0,0 ";
+  EXPECT_EQ(run("\"$FILTER\"" + bands + "< in > out"), 0);
+  EXPECT_EQ(content("out"), expected);
 }
 
 // Catches a trailing piece of a frame that is passed on, or kept quiet about.
@@ -103,7 +107,8 @@ TEST_F(FilterProgramTest, RefusesWhatItDoesNotUnderstand) {
   write({});
   for (const char* const options :
        {"--gian 2", "--gain", "--gain 2x", "--gain nan", "--gain -1", "--width ''", "--preset bass",
-        "--frames 0", "--frames 1.5", "--frames 99999999", "loud"}) {
+        "--bands 1,2", "--bands 0,0,0,0,0,0,0,0,0,x", "--bands 0,0,0,0,0,0,0,0,0,0,0",
+        "--kernels mmx", "--frames 0", "--frames 1.5", "--frames 99999999", "loud"}) {
     EXPECT_EQ(run(std::string("\"$FILTER\" ") + options + " < in > out 2> errors"), 2) << options;
     EXPECT_NE(content("errors"), "") << options;
     EXPECT_EQ(content("out"), "") << options;
