@@ -1,0 +1,1 @@
+"""What bench/compare, bench/growth and bench/absolute share. The standard library alone."""
