@@ -164,6 +164,7 @@ void Session::clearMirror() {
   cards_.clear();
   clients_.clear();
   metadata_.clear();
+  portsOfNodes_.clear();
   ports_.clear();
   links_.clear();
 }

@@ -148,6 +148,8 @@ class Session {
   void clearMirror();
   void takeLoss();
   void reconnect();
+  void addPort(Port&& port);
+  bool removePort(std::uint32_t id);
 
   pw_thread_loop* loop_ = nullptr;
   pw_context* context_ = nullptr;
@@ -166,6 +168,8 @@ class Session {
   std::map<std::uint32_t, std::unique_ptr<BoundClient>> clients_;
   std::map<std::uint32_t, std::unique_ptr<BoundMetadata>> metadata_;
   std::map<std::uint32_t, Port> ports_;
+  /// By node: the ports of every node are asked for at each change.
+  std::map<std::uint32_t, std::vector<const Port*>> portsOfNodes_;
   std::map<std::uint32_t, Link> links_;
   std::vector<std::unique_ptr<Timer>> timers_;
 };

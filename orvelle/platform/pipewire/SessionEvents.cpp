@@ -94,9 +94,8 @@ void Session::Events::registryGlobalRemove(void* data, std::uint32_t id) {
   std::erase(session.nodeOrder_, id);
   session.clientsOfOthers_.erase(id);
   const std::size_t removed = session.nodes_.erase(id) + session.cards_.erase(id) +
-                              session.clients_.erase(id) + session.ports_.erase(id) +
-                              session.links_.erase(id);
-  if (removed != 0) {
+                              session.clients_.erase(id) + session.links_.erase(id);
+  if (session.removePort(id) || removed != 0) {
     session.announce(Change::objects);
   }
   if (session.metadata_.erase(id) != 0) {
@@ -200,7 +199,7 @@ void Session::Events::addPort(std::uint32_t id, const Properties& properties) {
   port.index = numberOf(properties, "port.id");
   port.isInput = valueOf(properties, "port.direction") == "in";
   port.channel = valueOf(properties, "audio.channel");
-  session.ports_[id] = std::move(port);
+  session.addPort(std::move(port));
   session.announce(Change::objects);
 }
 

@@ -5,6 +5,7 @@
 #include <spa/param/param.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "orvelle/platform/Process.h"
@@ -75,13 +76,33 @@ const Route* Session::routeOf(const Node& node) const {
 
 std::vector<const Port*> Session::ports(std::uint32_t node, bool input) const {
   std::vector<const Port*> found;
-  for (const auto& [id, port] : ports_) {
-    if (port.node == node && port.isInput == input) {
-      found.push_back(&port);
-    }
+  if (const auto all = portsOfNodes_.find(node); all != portsOfNodes_.end()) {
+    std::ranges::copy_if(all->second, std::back_inserter(found),
+                         [input](const Port* port) { return port->isInput == input; });
   }
   std::ranges::sort(found, {}, &Port::index);
   return found;
+}
+
+void Session::addPort(Port&& port) {
+  const std::uint32_t id = port.id;
+  removePort(id);
+  const Port& added = ports_.emplace(id, std::move(port)).first->second;
+  portsOfNodes_[added.node].push_back(&added);
+}
+
+bool Session::removePort(std::uint32_t id) {
+  const auto found = ports_.find(id);
+  if (found == ports_.end()) {
+    return false;
+  }
+  const auto siblings = portsOfNodes_.find(found->second.node);
+  std::erase(siblings->second, &found->second);
+  if (siblings->second.empty()) {
+    portsOfNodes_.erase(siblings);
+  }
+  ports_.erase(found);
+  return true;
 }
 
 bool Session::hasStereoPorts(const Node& node) const {
