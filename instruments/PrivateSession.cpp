@@ -22,6 +22,8 @@ namespace orvelle::instruments {
 namespace {
 
 constexpr milliseconds readinessLimit{10'000};
+/// The session manager takes longer with each device that is there already.
+constexpr milliseconds readinessLimitPerDevice{200};
 
 Environment ownEnvironment() {
   Environment variables;
@@ -57,8 +59,8 @@ bool answers(const std::filesystem::path& socketPath) {
          0;
 }
 
-bool waitUntil(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + readinessLimit;
+bool waitUntil(const std::function<bool()>& condition, milliseconds limit = readinessLimit) {
+  const auto end = std::chrono::steady_clock::now() + limit;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) {
       return false;
@@ -125,7 +127,7 @@ PrivateSession::PrivateSession(const SessionOptions& options)
   startMainServer();
   sessionManager_ = startServer("wireplumber");
   pulseServer_ = startServer("pipewire-pulse");
-  waitUntilReady(!options.standIns.empty());
+  waitUntilReady(options.standIns.size());
   startSeconds_ = static_cast<double>(monotonicNanoseconds() - begin) * 1e-9;
 }
 
@@ -165,11 +167,12 @@ void PrivateSession::startMainServer() {
   }
 }
 
-void PrivateSession::waitUntilReady(bool hasOutput) {
+void PrivateSession::waitUntilReady(std::size_t outputs) {
   const std::string pulseSocket = environment_.at("PULSE_RUNTIME_PATH") + "/native";
   DesktopPanel panel;
   const bool ready = waitUntil(
-      [&] { return (!hasOutput || !panel.defaultSink().empty()) && answers(pulseSocket); });
+      [&] { return (outputs == 0 || !panel.defaultSink().empty()) && answers(pulseSocket); },
+      readinessLimit + outputs * readinessLimitPerDevice);
   if (!ready) {
     throw std::runtime_error("the session does not become ready\n" + serverMessages());
   }

@@ -2,6 +2,7 @@
 // every other session of the machine.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -69,7 +70,7 @@ class PrivateSession {
   [[nodiscard]] Environment makeEnvironment() const;
   [[nodiscard]] std::unique_ptr<Subprocess> startServer(const std::string& program) const;
   void startMainServer();
-  void waitUntilReady(bool hasOutput);
+  void waitUntilReady(std::size_t outputs);
   [[nodiscard]] std::string serverMessages() const;
 
   TemporaryDirectory directory_;
