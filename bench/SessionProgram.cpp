@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -57,14 +58,22 @@ void hold(const Options& options) {
   sayReadyAndWait();
 }
 
-/// Programs that are there and play nothing, as players that wait for their users. All on one
-/// connection: what others see of them are their streams.
+/// Programs that are there, play nothing and are led nowhere yet. All on one connection: what
+/// others see of them are their streams. A session manager that had to lead hundreds of them
+/// somewhere would take minutes for that.
 class WaitingStreams {
  public:
+  /// Returns when everybody can see them.
   explicit WaitingStreams(int count) {
-    const SessionClient::Lock lock(client_);
     for (int number = 1; number <= count; ++number) {
+      const SessionClient::Lock lock(client_);
       streams_.emplace_back(makeStream("waiting_" + std::to_string(number)));
+    }
+    const auto last = "waiting_" + std::to_string(count);
+    constexpr std::chrono::seconds limit(60);
+    if (count > 0 &&
+        !SessionClient::waitFor([&] { return client_.node(last).has_value(); }, limit)) {
+      throw std::runtime_error("the session does not take so many streams");
     }
   }
   WaitingStreams(const WaitingStreams&) = delete;
@@ -93,10 +102,8 @@ class WaitingStreams {
     spa_pod_builder_init(&builder, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
     std::array<const spa_pod*, 1> parameters = {
         spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &format)};
-    constexpr auto flags =
-        static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_INACTIVE);
-    if (pw_stream_connect(stream, PW_DIRECTION_OUTPUT, PW_ID_ANY, flags, parameters.data(),
-                          parameters.size()) < 0) {
+    if (pw_stream_connect(stream, PW_DIRECTION_OUTPUT, PW_ID_ANY, PW_STREAM_FLAG_INACTIVE,
+                          parameters.data(), parameters.size()) < 0) {
       throw std::runtime_error("a stream cannot join the session");
     }
     return stream;
@@ -128,11 +135,11 @@ int run(const std::vector<std::string>& words) {
   const bool holds = !words.empty() && words[0] == "hold";
   Options options = holds ? Options{{"--quantum", 1024}, {"--devices", 1}}
                           : Options{{"--players", 1}, {"--waiting", 0}};
-  bool isUnderstood = holds || (!words.empty() && words[0] == "play");
-  for (std::size_t i = 1; i < words.size(); i += 2) {
-    const auto value = i + 1 < words.size() ? parseInteger(words[i + 1]) : std::nullopt;
-    isUnderstood = isUnderstood && options.contains(words[i]) && value && *value >= 0;
-    options[words[i]] = value.value_or(0);
+  bool isUnderstood = words.size() % 2 == 1 && (holds || words[0] == "play");
+  for (std::size_t i = 1; isUnderstood && i < words.size(); i += 2) {
+    const int value = parseInteger(words[i + 1]).value_or(-1);
+    isUnderstood = options.contains(words[i]) && value >= 0;
+    options[words[i]] = value;
   }
   if (!isUnderstood) {
     std::fputs(

@@ -3,6 +3,7 @@
 import contextlib
 import os
 import pathlib
+import statistics
 import subprocess
 import time
 
@@ -31,10 +32,11 @@ class Programs:
         self.boost_test = folder / "tests/session/orvelle_boost_session_test"
 
 
-def cpu_seconds_of_run(command, input_path=None, output_path=os.devnull):
+def cpu_seconds_of_run(command, input_path=None, output_path=os.devnull, environment=None):
     """CPU time, of the user and of the system, of a whole process from its start to its end."""
     with open(input_path or os.devnull, "rb") as source, open(output_path, "wb") as sink:
-        process = subprocess.Popen(command, stdin=source, stdout=sink, stderr=subprocess.PIPE)
+        process = subprocess.Popen(command, stdin=source, stdout=sink, stderr=subprocess.PIPE,
+                                   env=environment)
         message = process.stderr.read()
         _, status, usage = os.wait4(process.pid, 0)
         process.returncode = os.waitstatus_to_exitcode(status)
@@ -132,6 +134,15 @@ class Session(Companion):
         """The process id of the server proper."""
         return children(self.pid)["pipewire"]
 
+    def settle(self, limit_seconds=120):
+        """Waits until the session manager has nothing more to do: with hundreds of objects, it goes
+        on for seconds after they are there."""
+        manager = children(self.pid)["wireplumber"]
+        end = time.monotonic() + limit_seconds
+        while cpu_shares([manager], 0.5)[0] > 0.02:
+            if time.monotonic() > end:
+                raise RuntimeError("the session manager does not come to an end")
+
     def players(self, playing=1, waiting=0):
         """One process with streams that play noise, and streams that wait."""
         return Companion([self._programs.session, "play", "--players", str(playing), "--waiting",
@@ -141,6 +152,12 @@ class Session(Companion):
         """A command that runs until Ctrl-C, as soon as it works."""
         return Companion([self._programs.orvelle, *words], self.environment,
                          until="Ctrl-C to stop.", ends_with_input=False)
+
+    def list_seconds(self):
+        """CPU time of `orvelle list`, the median of five runs."""
+        return statistics.median(
+            cpu_seconds_of_run([self._programs.orvelle, "list"], environment=self.environment)
+            for _ in range(5))
 
     def application(self, bands, gain):
         """The application as it is with its panel closed, without the icon: boosting into "hw_1"
