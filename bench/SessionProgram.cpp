@@ -1,13 +1,15 @@
 // A private session for measuring in, and what makes it busy:
 //   orvelle-session hold ...   a session; prints its environment, one variable a line
 //   orvelle-session play ...   programs that play into it, or are there and wait
-// Each ends with its standard input.
+//   orvelle-session start ...  how long the boost takes to be heard
+// The first two end with their standard input.
 #include <pipewire/stream.h>
 #include <spa/param/audio/format-utils.h>
 #include <unistd.h>
 
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -18,9 +20,12 @@
 #include <string>
 #include <vector>
 
+#include "instruments/Measurement.h"
 #include "instruments/PrivateSession.h"
 #include "instruments/Probe.h"
+#include "instruments/Recorder.h"
 #include "instruments/SessionClient.h"
+#include "instruments/Subprocess.h"
 #include "orvelle/NumberText.h"
 
 namespace orvelle::instruments {
@@ -131,7 +136,45 @@ void play(const Options& options) {
   sayReadyAndWait();
 }
 
+Environment ownEnvironment() {
+  Environment variables;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string text = *entry;
+    const std::size_t equals = text.find('=');
+    variables.emplace(text.substr(0, equals), text.substr(equals + 1));
+  }
+  return variables;
+}
+
+/// From the start of the process to the first sample at the output that is twice as loud as before.
+void timeTheStart(const std::string& program) {
+  const Probe player(constantSignal(0.1F), {});
+  const Recorder output("hw_1");
+  if (!output.waitFor(milliseconds(300))) {
+    throw std::runtime_error("nothing plays");
+  }
+  const float before = output.take().channel("FL").back();
+  Subprocess boost({program, "auto", "--gain", "4"}, ownEnvironment());
+  if (!boost.waitForLine("Ctrl-C to stop.", milliseconds(5000)) ||
+      !output.waitFor(milliseconds(500))) {
+    throw std::runtime_error("the boost does not start: " + boost.standardError());
+  }
+  const Recording heard = output.take();
+  const std::size_t begin = heard.frameAt(boost.startNs());
+  const auto onset = firstAbove(heard.channel("FL").subspan(begin), 2.0F * before);
+  if (!(before > 0.0F) || !onset) {
+    throw std::runtime_error("nothing becomes louder");
+  }
+  std::printf("%.1f\n", 1e-6 * static_cast<double>(heard.timeAt(begin + *onset) - boost.startNs()));
+  boost.signal(SIGINT);
+  boost.wait(milliseconds(5000));
+}
+
 int run(const std::vector<std::string>& words) {
+  if (words.size() == 2 && words[0] == "start") {
+    timeTheStart(words[1]);
+    return EXIT_SUCCESS;
+  }
   const bool holds = !words.empty() && words[0] == "hold";
   Options options = holds ? Options{{"--quantum", 1024}, {"--devices", 1}}
                           : Options{{"--players", 1}, {"--waiting", 0}};
@@ -144,7 +187,8 @@ int run(const std::vector<std::string>& words) {
   if (!isUnderstood) {
     std::fputs(
         "Usage: orvelle-session hold [--quantum <frames>] [--devices <n>]\n"
-        "       orvelle-session play [--players <n>] [--waiting <n>]\n",
+        "       orvelle-session play [--players <n>] [--waiting <n>]\n"
+        "       orvelle-session start <program>\n",
         stderr);
     return 2;
   }

@@ -29,7 +29,6 @@ class Programs:
         self.session = folder / "bench/orvelle-session"
         self.controller = folder / "tests/session/orvelle-controller"
         self.shell_test = folder / "tests/shell/orvelle_shell_test"
-        self.boost_test = folder / "tests/session/orvelle_boost_session_test"
 
 
 def cpu_seconds_of_run(command, input_path=None, output_path=os.devnull, environment=None):
@@ -74,7 +73,7 @@ def memory_megabytes(pid):
 
 
 def children(pid):
-    """Command name and process id of each child."""
+    """Command name, of which the kernel keeps 15 letters, and process id of each child."""
     text = "".join(_tasks(pid, "children"))
     return {pathlib.Path(f"/proc/{child}/comm").read_text().strip(): int(child)
             for child in text.split()}
