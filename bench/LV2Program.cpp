@@ -3,6 +3,8 @@
 #include <lilv/lilv.h>
 #include <lv2/urid/urid.h>
 
+#include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <deque>
 #include <exception>
@@ -61,9 +63,8 @@ class Plugin {
     if (plugin_ == nullptr) {
       throw std::runtime_error("no plugin is called " + uri);
     }
-    const LV2_Feature* const features[] = {names_.feature(), nullptr};
-    instance_.reset(
-        lilv_plugin_instantiate(plugin_, rateHz, static_cast<const LV2_Feature* const*>(features)));
+    const std::array<const LV2_Feature*, 2> features = {names_.feature(), nullptr};
+    instance_.reset(lilv_plugin_instantiate(plugin_, rateHz, features.data()));
     if (!instance_) {
       throw std::runtime_error(uri + " wants more from a host than it gets here");
     }

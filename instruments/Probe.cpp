@@ -17,7 +17,8 @@ constexpr std::uint32_t channelCount = 2;
 constexpr std::uint64_t rampPeriod = 1U << 20U;
 /// The largest value is 2^20 steps: a quarter of full scale.
 constexpr float rampStep = 1.0F / (1U << 22U);
-constexpr std::chrono::milliseconds startLimit{2000};
+/// Among hundreds of devices, the session manager takes seconds to lead a stream somewhere.
+constexpr std::chrono::milliseconds startLimit{20'000};
 
 }  // namespace
 

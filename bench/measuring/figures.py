@@ -113,8 +113,8 @@ def growth_drawing(title, across, upwards, curves):
 def ratio_drawing(title, rows):
     """One line a comparison: its spread on a logarithmic axis, its bound as a mark. `rows` are
     (name, Spread, bound or None)."""
-    left, right, top, step = 270, 90, 48, 26
-    width, height = 760, top + step * len(rows) + 44
+    left, right, top, step = 330, 90, 48, 26
+    width, height = 820, top + step * len(rows) + 44
     lowest = min(min(spread.lowest, bound or spread.lowest) for _, spread, bound in rows)
     highest = max(1.0, max(spread.highest for _, spread, _ in rows))
     ticks = _ticks(lowest, highest, (1, 2, 5))

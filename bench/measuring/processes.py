@@ -138,7 +138,9 @@ class Session(Companion):
         on for seconds after they are there."""
         manager = children(self.pid)["wireplumber"]
         end = time.monotonic() + limit_seconds
-        while cpu_shares([manager], 0.5)[0] > 0.02:
+        quiet = 0
+        while quiet < 2:
+            quiet = quiet + 1 if cpu_shares([manager], 0.4)[0] < 0.02 else 0
             if time.monotonic() > end:
                 raise RuntimeError("the session manager does not come to an end")
 
