@@ -176,24 +176,23 @@ TEST_F(ShellSession, SleepsWhileNothingHappens) {
       },
       {});
   std::this_thread::sleep_for(milliseconds(500));
+  const auto perSecond = [duration](double count) {
+    return 1000.0 * count / static_cast<double>(duration.count());
+  };
   const double usedBefore = mainThreadSeconds();
+  const long wokenBefore = wakeUps();
   std::this_thread::sleep_for(duration);
-  const double share =
-      1000.0 * (mainThreadSeconds() - usedBefore) / static_cast<double>(duration.count());
+  const double share = perSecond(mainThreadSeconds() - usedBefore);
+  const double open = perSecond(static_cast<double>(wakeUps() - wokenBefore));
   std::printf("measured: main thread with the meter moving %.2f %% of a core\n", 100.0 * share);
   EXPECT_LT(share, 0.01);
 
-  const auto wakeUpsPerSecond = [&] {
-    const long counted = wakeUps();
-    std::this_thread::sleep_for(duration);
-    return 1000.0 * static_cast<double>(wakeUps() - counted) /
-           static_cast<double>(duration.count());
-  };
-  const double open = wakeUpsPerSecond();
   input({"key", "Escape"});
   ASSERT_TRUE(eventually([this] { return !isPanelOpen(); }));
   std::this_thread::sleep_for(milliseconds(500));
-  const double closed = wakeUpsPerSecond();
+  const long wokenOpen = wakeUps();
+  std::this_thread::sleep_for(duration);
+  const double closed = perSecond(static_cast<double>(wakeUps() - wokenOpen));
   EXPECT_LT(closed, 10.0) << "eight looks at the windows, and one for silence every other second";
   std::printf(
       "measured: main thread wakes up %.1f times a second with the panel open, %.1f closed\n", open,
