@@ -36,33 +36,36 @@ void BandPlan::update() noexcept {
 }
 
 bool BandPlan::fitsVectors(std::int64_t deviceChannels) const {
-  return deviceChannels <= std::min<std::int64_t>(2, equalizer_.channels) && areOrdinary_;
+  return deviceChannels <= equalizer_.channels && areOrdinary_;
 }
 
-vector::EqualizerTask& BandPlan::taskFor(std::int64_t deviceChannels) noexcept {
-  task_.channels = static_cast<std::size_t>(deviceChannels);
-  const BandSet needed = bandsNeeded(task_.channels);
-  if (needed == plannedBands_) {
+vector::EqualizerTask& BandPlan::taskFor(std::size_t firstChannel, std::size_t channels) noexcept {
+  task_.channels = channels;
+  const BandSet needed = bandsNeeded(firstChannel, channels);
+  if (needed == plannedBands_ && firstChannel == plannedChannel_) {
     return task_;
   }
+  if (needed != plannedBands_) {
+    task_.layout = {};
+  }
   plannedBands_ = needed;
-  task_.layout = {};
+  plannedChannel_ = firstChannel;
   task_.bandCount = 0;
   for (std::size_t band = 0; band < Equalizer::bands; ++band) {
     if ((needed >> band & 1U) != 0) {
       task_.band[task_.bandCount++] = {&coefficients_[band * Equalizer::coefficientsPerBand],
-                                       memoryOf(band, 1).data()};
+                                       memoryOf(band, firstChannel, channels).data()};
     }
   }
   return task_;
 }
 
-BandPlan::BandSet BandPlan::bandsNeeded(std::size_t channels) const {
+BandPlan::BandSet BandPlan::bandsNeeded(std::size_t firstChannel, std::size_t channels) const {
   constexpr BandSet all = (1U << Equalizer::bands) - 1U;
   BandSet needed = all & ~flatBands_;
   for (std::size_t band = 0; band < Equalizer::bands; ++band) {
     if ((flatBands_ >> band & 1U) != 0) {
-      const auto memory = memoryOf(band, channels);
+      const auto memory = memoryOf(band, firstChannel, channels);
       const bool remembers =
           std::any_of(memory.begin(), memory.end(), [](float z) { return z != 0.0F; });
       needed |= static_cast<BandSet>(remembers) << band;
@@ -71,9 +74,10 @@ BandPlan::BandSet BandPlan::bandsNeeded(std::size_t channels) const {
   return needed;
 }
 
-std::span<float> BandPlan::memoryOf(std::size_t band, std::size_t channels) const {
+std::span<float> BandPlan::memoryOf(std::size_t band, std::size_t firstChannel,
+                                    std::size_t channels) const {
   const auto bandStride = static_cast<std::size_t>(2 * equalizer_.channels);
-  return std::span(equalizer_.state).subspan(band * bandStride, 2 * channels);
+  return std::span(equalizer_.state).subspan(band * bandStride + 2 * firstChannel, 2 * channels);
 }
 
 }  // namespace orvelle

@@ -21,24 +21,26 @@ class BandPlan {
 
   const Equalizer::Coefficients& coefficients() const { return coefficients_; }
 
-  /// Whether the vector stages can take so many interleaved channels, and tell what the
-  /// coefficients do.
+  /// Whether each of so many interleaved channels has a memory of its own, and the vector stages
+  /// can tell what the coefficients do.
   bool fitsVectors(std::int64_t deviceChannels) const;
 
-  /// The bands that the next block has to run through, for a layout that `fitsVectors`.
-  vector::EqualizerTask& taskFor(std::int64_t deviceChannels) noexcept;
+  /// The bands that the next block has to run through, for one or two channels from `firstChannel`
+  /// on, of a layout that `fitsVectors`.
+  vector::EqualizerTask& taskFor(std::size_t firstChannel, std::size_t channels) noexcept;
 
  private:
   using BandSet = std::uint32_t;  // one bit a band
 
-  BandSet bandsNeeded(std::size_t channels) const;
-  std::span<float> memoryOf(std::size_t band, std::size_t channels) const;
+  BandSet bandsNeeded(std::size_t firstChannel, std::size_t channels) const;
+  std::span<float> memoryOf(std::size_t band, std::size_t firstChannel, std::size_t channels) const;
 
   Equalizer& equalizer_;
   Equalizer::Coefficients coefficients_{};  // all 0: no curve has these
   bool areOrdinary_ = false;
   BandSet flatBands_ = 0;
   BandSet plannedBands_ = 0;
+  std::size_t plannedChannel_ = 0;
   vector::EqualizerTask task_;
 };
 

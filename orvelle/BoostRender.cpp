@@ -1,6 +1,7 @@
 #include "orvelle/BoostRender.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <span>
 
@@ -48,10 +49,11 @@ float filterSample(float x, const Equalizer::Coefficients& coefficients, std::sp
   return x;
 }
 
-void equalise(Samples samples, std::int64_t deviceChannels,
+/// The samples of some of a device's channels, from `firstChannel` on.
+void equalise(Samples samples, std::int64_t firstChannel, std::int64_t channels,
               const Equalizer::Coefficients& coefficients, Equalizer& equalizer) {
   const auto bandStride = static_cast<std::size_t>(2 * equalizer.channels);
-  std::int64_t deviceChannel = 0;
+  std::int64_t deviceChannel = firstChannel;
   for (float& sample : samples) {
     const std::int64_t channel = std::min(deviceChannel, equalizer.channels - 1);
     const auto memory = std::span(equalizer.state).subspan(static_cast<std::size_t>(2 * channel));
@@ -62,13 +64,23 @@ void equalise(Samples samples, std::int64_t deviceChannels,
       equalizer.clearMemory(channel);
       sample = 0.0F;
     }
-    deviceChannel = deviceChannel + 1 == deviceChannels ? 0 : deviceChannel + 1;
+    deviceChannel = deviceChannel + 1 == firstChannel + channels ? firstChannel : deviceChannel + 1;
   }
 }
 
-/// One or two channels go through the bands in vectors, everything else sample by sample: other
-/// layouts, the last half frame, coefficients and sounds beyond all measure, and blocks that are
-/// over before all bands have begun.
+/// One or two neighbouring channels of frames that have so many samples each.
+void copyChannels(const float* from, std::size_t fromSamples, float* to, std::size_t toSamples,
+                  std::size_t channels, std::size_t frames) {
+  for (std::size_t frame = 0; frame < frames; ++frame) {
+    for (std::size_t channel = 0; channel < channels; ++channel) {
+      to[frame * toSamples + channel] = from[frame * fromSamples + channel];
+    }
+  }
+}
+
+/// Channels go through the bands in vectors, two at a time. Sample by sample goes what vectors
+/// cannot tell: more channels than the equaliser remembers, an incomplete last frame, coefficients
+/// and sounds beyond all measure, and blocks that are over before all bands have begun.
 class Chain {
  public:
   Chain(const Settings& settings, std::int64_t deviceChannels, Equalizer& equalizer,
@@ -87,7 +99,7 @@ class Chain {
       std::size_t frames = samples.count / channels;
       while (frames >= fewestFrames) {
         const std::size_t count = std::min(frames, vector::mostFrames);
-        renderInVectors(samples.part(done, count * channels), carried);
+        renderFrames(samples.part(done, count * channels), carried);
         done += count * channels;
         frames -= count;
       }
@@ -96,12 +108,45 @@ class Chain {
   }
 
  private:
+  void renderFrames(SamplePair samples, vector::Block& carried) {
+    if (deviceChannels_ <= 2) {
+      renderInVectors(samples, carried);
+    } else {
+      renderInPairs(samples, carried);
+    }
+  }
+
   void renderInVectors(SamplePair samples, vector::Block& carried) {
-    carried.equalizer = &bandPlan_.taskFor(deviceChannels_);
+    carried.equalizer = &bandPlan_.taskFor(0, static_cast<std::size_t>(deviceChannels_));
     const bool isDone = pass(samples, carried);
     carried.equalizer = nullptr;
     if (!isDone) {
       renderPlainly({samples.destination, samples.destination, samples.count}, carried);
+    }
+  }
+
+  /// Through the bands each pair goes on its own, through all that follows they go together.
+  void renderInPairs(SamplePair samples, vector::Block& carried) {
+    const auto channels = static_cast<std::size_t>(deviceChannels_);
+    const std::size_t frames = samples.count / channels;
+    alignas(64) std::array<float, 2 * vector::mostFrames> pair;  // NOLINT: filled below
+    for (std::size_t first = 0; first < channels; first += 2) {
+      const std::size_t width = std::min<std::size_t>(2, channels - first);
+      copyChannels(samples.source + first, channels, pair.data(), width, width, frames);
+      equaliseInVectors({pair.data(), width * frames}, first, width);
+      copyChannels(pair.data(), width, samples.destination + first, channels, width, frames);
+    }
+    pass({samples.destination, samples.destination, samples.count}, carried);
+  }
+
+  void equaliseInVectors(Samples samples, std::size_t firstChannel, std::size_t channels) {
+    vector::Block bands = {.source = samples.data(),
+                           .destination = samples.data(),
+                           .samples = samples.size(),
+                           .equalizer = &bandPlan_.taskFor(firstChannel, channels)};
+    if (!kernels_.process(bands)) {
+      equalise(samples, static_cast<std::int64_t>(firstChannel),
+               static_cast<std::int64_t>(channels), bandPlan_.coefficients(), equalizer_);
     }
   }
 
@@ -110,7 +155,7 @@ class Chain {
       // Filters remember; one NaN let in here would silence them for ever.
       std::transform(samples.source, samples.source + samples.count, samples.destination,
                      finiteOrSilence);
-      equalise({samples.destination, samples.count}, deviceChannels_, bandPlan_.coefficients(),
+      equalise({samples.destination, samples.count}, 0, deviceChannels_, bandPlan_.coefficients(),
                equalizer_);
       samples.source = samples.destination;
     }

@@ -195,7 +195,7 @@ const std::vector<Pattern>& patterns() {
       {"StereoOfSmallSizes", smallSizes(2)},
       {"Mono", {symmetric(1, 480), symmetric(1, 1)}},
       {"MonoOfSmallSizes", smallSizes(1)},
-      {"FivePointOne", {symmetric(6, 256)}},
+      {"FivePointOneAndOthers", {symmetric(6, 256), symmetric(3, 1500), symmetric(5, 77)}},
       {"TenChannelsShareTheEighthMemory", {symmetric(10, 256), symmetric(8, 17)}},
       {"MonoOutputOfStereoInput", {{{{2, 2048}}, {{1, 2048}}}}},
       {"ChannelCountZero", {{{{0, 1024}}, {{0, 1024}}}}},
