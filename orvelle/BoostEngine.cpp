@@ -60,12 +60,15 @@ void BoostEngine::bringUp(const std::string& loopbackUID, const std::string& out
   handedMutes_.clear();
   formerLevels_.clear();
   loopbackUID_ = loopbackUID;
-  const auto loopback = hal_.device(loopbackUID);
-  if (!loopback) {
+  if (!hal_.device(loopbackUID)) {
     throw EngineError::deviceNotFound(loopbackUID);
   }
   awaitPermission();
   throwIfGivenUp();
+  const auto loopback = hal_.device(loopbackUID);  // anew: the answer may have taken its time
+  if (!loopback) {
+    throw EngineError::deviceNotFound(loopbackUID);
+  }
   loopbackID_ = loopback->id;
   const OutputLevel previousLevel = outputLevel(hal_, hal_.defaultOutput());
   rememberDefaultOutput();
@@ -99,15 +102,26 @@ void BoostEngine::throwIfGivenUp() const {
 /// system asks its user, the music goes on.
 void BoostEngine::awaitPermission() const {
   CapturePermission permission = host_.hardware.capturePermission();
+  if (permission == CapturePermission::undecided) {
+    permission = awaitAnswer();
+    if (const auto process = host_.undoKeeper.boostingProcess()) {
+      throw EngineError::boostingAlready(*process);  // it has not waited for us
+    }
+  }
+  if (permission != CapturePermission::granted) {
+    throw EngineError::mayNotReceiveSound();
+  }
+}
+
+CapturePermission BoostEngine::awaitAnswer() const {
+  CapturePermission permission = CapturePermission::undecided;
   for (int look = 0; look < kPermissionLooks && permission == CapturePermission::undecided;
        ++look) {
     throwIfGivenUp();
     host_.clock.sleep(kPermissionWaitSeconds);
     permission = host_.hardware.capturePermission();
   }
-  if (permission != CapturePermission::granted) {
-    throw EngineError::mayNotReceiveSound();
-  }
+  return permission;
 }
 
 void BoostEngine::startMeter() {

@@ -82,6 +82,7 @@ class BoostEngine final : public BoostRender {
   bool putDefaultOn(AudioObjectID loopback, double waitSeconds);
   void throwIfGivenUp() const;
   void awaitPermission() const;
+  [[nodiscard]] CapturePermission awaitAnswer() const;
   void handLevelToLoopback(AudioObjectID loopback, OutputLevel level, const std::string& outputUID);
   [[nodiscard]] OutputLevel levelForNewLoopback(const AudioDeviceInfo& output) const;
   [[nodiscard]] bool isDefaultOnLoopback() const;

@@ -133,8 +133,8 @@ INSTANTIATE_TEST_SUITE_P(All, RenderSafety,
                                              vector::usableKernels().end()),
                          [](const auto& kernels) -> std::string { return kernels.param->name; });
 
-// Catches the same in a tap's callback, from its very first call on: the curve comes from the C
-// library. Also in what stands around every engine's callback, and when the engine is gone.
+// Catches the same in a tap's callback, from its very first call on: what is set up at first use
+// would show. Also in what stands around every engine's callback, and when the engine is gone.
 TEST(CallbackSafetyTest, TapAndItsGateStayInUserSpace) {
   constexpr std::size_t samples = 1024;
   constexpr std::uint32_t bytes = samples * sizeof(float);

@@ -155,9 +155,10 @@ class Limiter {
   /// Both outcomes stand in one vector, and the comparison is at once the number of the lane that
   /// holds the right one: 0, or -1, of which the last two bits count. No mask, no jump.
   ORVELLE_INLINE One next(One reduction, const Ahead& ahead, std::size_t lane) {
-    const auto* const shares = reinterpret_cast<const double*>(ahead.shares + 2 * lane);
+    double shares = 0.0;  // two of them in one load
+    __builtin_memcpy(&shares, ahead.shares + 2 * lane, sizeof shares);
     const One both =
-        reduction * One{release, attack, release, attack} + _mm_castpd_ps(_mm_loaddup_pd(shares));
+        reduction * One{release, attack, release, attack} + _mm_castpd_ps(_mm_set1_pd(shares));
     const One isFalling = _mm_cmplt_ps(_mm_broadcast_ss(ahead.targets + lane), reduction);
     return _mm_permutevar_ps(both, _mm_castps_si128(isFalling));
   }

@@ -1,5 +1,7 @@
 #include "orvelle/vector/Kernels.h"
 
+#include <array>
+
 #include "orvelle/vector/KernelTables.h"
 
 namespace orvelle::vector {

@@ -2,7 +2,6 @@
 // processor has.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <span>
 
@@ -19,7 +18,7 @@ struct EqualizerTask {
     const float* coefficients;  // b0, b1, b2, a1, a2
     float* memory;              // z1, z2 of the left channel; of the right one, if there is one
   };
-  std::array<Band, Equalizer::bands> band{};
+  Band band[Equalizer::bands] = {};
   std::size_t bandCount = 0;
   std::size_t channels = 2;  // 1 or 2
 
@@ -27,8 +26,7 @@ struct EqualizerTask {
   /// bands or their coefficients change.
   struct Layout {
     static constexpr std::size_t mostLanes = 24;
-    using Row = std::array<float, mostLanes>;  // one coefficient of all bands
-    alignas(64) std::array<Row, Equalizer::coefficientsPerBand> coefficients;
+    alignas(64) float coefficients[Equalizer::coefficientsPerBand][mostLanes];
     std::size_t vectors = 0;  // 0: empty
   };
   Layout layout{};
