@@ -50,12 +50,12 @@ void copyFirst(AudioBufferList input, AudioBufferList output) {
 
 }  // namespace
 
-// Fault: a call that is not real-time safe while it waits for sound, when the volume of a loopback
-// is applied, or after its callback has been released; and a microphone in the place of the
-// loopback.
+// Fault: a call that is not real-time safe, or loud, while it waits for sound or factors, when the
+// volume of a loopback is applied, or after its callback has been released; and a microphone in the
+// place of the loopback.
 TEST(CallbackSlotSafetyTest, CallsAreRealTimeSafe) {
   Cycle cycle;
-  CallbackSlot::Handle slot = CallbackSlot::occupy({copyFirst, 0x1U, true});
+  CallbackSlot::Handle slot = CallbackSlot::occupy({copyFirst, 0x1U, true, true});
   void* const clientData = slot->clientData();
   const auto run = [&] { cycle.runOn(clientData); };
 
@@ -63,13 +63,16 @@ TEST(CallbackSlotSafetyTest, CallsAreRealTimeSafe) {
   EXPECT_TRUE(slot->hasHeardSound());
   EXPECT_EQ(cycle.output.front(), 0.0F);
   slot->setPathOpen(true);
+  run();
+  EXPECT_EQ(cycle.output.front(), 0.0F);
+  slot->setFactors(1.0F, 1.0F);
   EXPECT_EQ(test::RealTimeSentinel::watch(run), Violations{});
   EXPECT_EQ(cycle.output.front(), kPlayed);
   slot->setFactors(0.5F, 0.25F);
   EXPECT_EQ(test::RealTimeSentinel::watch(run), Violations{});
   EXPECT_EQ(cycle.output.front(), 0.5F * kPlayed);
   EXPECT_EQ(cycle.output.back(), 0.25F * kPlayed);
-  EXPECT_EQ(slot->callCount(), 3U);
+  EXPECT_EQ(slot->callCount(), 4U);
 
   slot.reset();
   cycle.output.fill(7.0F);

@@ -167,20 +167,72 @@ TEST_F(CoreAudioHardwareTest, TapReaderThatWouldNotStartIsTriedAgain) {
 }
 
 // Fault: a question that fails is taken for the answer that nothing governs a tap, which then plays
-// at full level into the output that the boost holds at full volume.
+// at full level into the output that the boost holds at full volume; or nobody asks again, and the
+// tap stays as loud as it was before the user turned it down.
 TEST_F(CoreAudioHardwareTest, TapIsNotLouderForWantOfAnAnswer) {
   boost();
   tapPlayer(1.0F);
   live(0.2);
   for (std::uint64_t skip = 0; skip < 30; ++skip) {
     world.inject({.kind = CallKind::getPropertyData, .skip = skip, .count = 1});
-    world.setVolume(kLoopback, skip % 2 == 0 ? 0.4F : 0.5F);
+    const float scalar = skip % 2 == 0 ? 0.4F : 0.5F;
+    world.setVolume(kLoopback, scalar);
     live(0.1);
     EXPECT_LE(heard(kSpeakers), kPlayed * volumeFactor(0.5F) * 1.001F) << skip;
+    live(0.1);
+    EXPECT_NEAR(heard(kSpeakers), kPlayed * volumeFactor(scalar), 1e-6F) << skip;
     world.clearFaults();
   }
   tap.stop();
   engine.stop(true);
+}
+
+// Fault: a tap that begins while nobody answers plays at full level, or mutes the application that
+// it may not play yet; it stays silent once there are answers; each change meanwhile adds another
+// one who asks again; or a driver that never tells its decibels is waited for.
+TEST_F(CoreAudioHardwareTest, TapThatBeginsInDoubtIsNotLouder) {
+  adversity().tellsNoDecibels = true;
+  boost();
+  const AudioObjectID loopback = HAL(world).device(kLoopback)->id;
+  for (const std::uint32_t selector :
+       {kAudioDevicePropertyMute, kAudioDevicePropertyVolumeScalar}) {
+    world.inject({.kind = CallKind::getPropertyData, .selector = selector, .object = loopback});
+    tapPlayer(0.5F);
+    for (int change = 0; change < 20; ++change) {
+      world.setMute(kLoopback, false);
+      live(0.02);
+      EXPECT_NEAR(heard(kSpeakers), kPlayed * volumeFactor(0.5F), 1e-6F) << "on its normal path";
+    }
+    const TimerID before = queue.postAfter(0.0, [] {});
+    queue.advance(1.0);
+    EXPECT_LT(queue.postAfter(0.0, [] {}) - before, 50U) << "timers in a second";
+    world.clearFaults();
+    live(0.2);
+    EXPECT_NEAR(heard(kSpeakers), std::tanh(0.5F * kPlayed) * volumeFactor(0.5F), 1e-4F);
+    tap.stop();
+  }
+  engine.stop(true);
+}
+
+// Fault: what governs a tap is learned too late to listen to it, and a change of its volume is not
+// heard of.
+TEST_F(CoreAudioHardwareTest, LoopbackIsFollowedThoughItWasInDoubt) {
+  world.setVolume(kSpeakers, 1.0F);
+  tapPlayer();
+  live(0.2);
+  for (std::uint64_t skip = 0; skip < 8; ++skip) {
+    world.inject({.kind = CallKind::getPropertyData, .skip = skip, .count = 1});
+    world.chooseDefaultOutput(kLoopback);
+    live(0.3);
+    world.clearFaults();
+    world.setVolume(kLoopback, 0.4F);
+    live(0.05);
+    EXPECT_NEAR(heard(kSpeakers), kPlayed * volumeFactor(0.4F), 1e-6F) << skip;
+    world.setVolume(kLoopback, 0.5F);
+    world.chooseDefaultOutput(kSpeakers);
+    live(0.1);
+  }
+  tap.stop();
 }
 
 // Fault: an output that returns and does not become ready holds up the main thread for ever, since

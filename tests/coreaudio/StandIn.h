@@ -44,6 +44,8 @@ struct Adversity {
   /// Of each callback: so many first starts succeed, the device says that it runs, and nobody is
   /// called.
   int startsWithoutCalls = 0;
+  /// A driver answers the question for its decibels with an error of its own.
+  bool tellsNoDecibels = false;
   /// Listeners and callbacks are called once more after their removal.
   bool callsLate = false;
   /// All listeners are called while a call that changes something has not returned yet.

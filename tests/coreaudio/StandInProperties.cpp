@@ -173,6 +173,9 @@ OSStatus StandIn::read(::AudioObjectID object, const ::AudioObjectPropertyAddres
 
 OSStatus StandIn::readDecibels(::AudioObjectID object, const ::AudioObjectPropertyAddress& address,
                                PropertyValue& value) {
+  if (adversity.tellsNoDecibels) {
+    return kAudioHardwareUnspecifiedError;
+  }
   PropertyAddress scalarAddress = ours(address);
   scalarAddress.selector = kAudioDevicePropertyVolumeScalar;
   PropertyValue scalar;

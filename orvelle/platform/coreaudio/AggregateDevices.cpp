@@ -176,6 +176,7 @@ OSStatus AggregateDevices::createIOProc(AudioObjectID device, IOBlock block,
     settings.droppedInputs = aggregate->layout.droppedInputs;
     settings.waitsForSound = std::ranges::any_of(
         taps, [this](const SubTap& tap) { return taps_.waitsForSound(tap.uid); });
+    settings.waitsForFactors = !taps.empty();
   }
   return procs_.create(device, std::move(settings), procID);
 }

@@ -53,7 +53,9 @@ CallbackSlot::Handle CallbackSlot::occupy(CallbackSettings settings) {
   }
   free->isTaken_ = true;
   free->callCount_ = 0;
-  free->setFactors(1.0F, 1.0F);
+  const float factor = settings.waitsForFactors ? 0.0F : 1.0F;
+  free->setFactors(factor, factor);
+  free->hasFactors_ = !settings.waitsForFactors;
   free->setPathOpen(!settings.waitsForSound);
   free->settings_ = std::move(settings);
   free->occupation_ = free->nextOccupation();
@@ -94,6 +96,7 @@ void CallbackSlot::setPathOpen(bool isOpen) {
 void CallbackSlot::setFactors(float left, float right) {
   left_.store(left, std::memory_order_relaxed);
   right_.store(right, std::memory_order_relaxed);
+  hasFactors_ = true;
 }
 
 // Real-time thread

@@ -19,6 +19,8 @@ struct CallbackSettings {
   std::uint32_t droppedInputs = 0;
   /// Silent until `openPath`: somebody else still plays what arrives here.
   bool waitsForSound = false;
+  /// Silent until `setFactors`: how loud it may be is not known yet.
+  bool waitsForFactors = false;
 };
 
 /// One of a fixed number of places that are never freed. The HAL is given the number of an
@@ -58,6 +60,8 @@ class CallbackSlot {
   void setPathOpen(bool isOpen);
   /// Factors for what the block writes, for the even and the odd channels of each buffer.
   void setFactors(float left, float right);
+  /// Whether they are known.
+  [[nodiscard]] bool hasFactors() const { return hasFactors_; }
 
  private:
   static constexpr std::size_t mostSlots = 128;
@@ -80,6 +84,7 @@ class CallbackSlot {
   std::atomic<bool> isPathOpen_{true};
   std::atomic<float> left_{1.0F};
   std::atomic<float> right_{1.0F};
+  std::atomic<bool> hasFactors_{true};
   static_assert(std::atomic<std::uint64_t>::is_always_lock_free &&
                 std::atomic<float>::is_always_lock_free);
 

@@ -64,7 +64,7 @@ struct CoreAudioHardware::Parts {
   coreaudio::IOProcs procs{ids, queue, clock};
   coreaudio::ProcessTaps taps{ids};
   coreaudio::AggregateDevices aggregates{ids, procs, taps, clock};
-  coreaudio::TapLoudness loudness{ids, listeners, aggregates, procs};
+  coreaudio::TapLoudness loudness{ids, listeners, aggregates, procs, queue};
 };
 
 }  // namespace orvelle

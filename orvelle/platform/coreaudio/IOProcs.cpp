@@ -245,7 +245,9 @@ bool IOProcs::lookAfter(Proc& proc) {
       clock_.now() - proc.startedAt >= kSilentDeviceSeconds) {
     restart(proc);
   }
-  if (!proc.slot->isPathOpen() && proc.slot->hasHeardSound() && onFirstSound(proc.device)) {
+  // Nobody is muted for a callback that has to be silent yet.
+  if (!proc.slot->isPathOpen() && proc.slot->hasHeardSound() && proc.slot->hasFactors() &&
+      onFirstSound(proc.device)) {
     proc.slot->setPathOpen(true);
   }
   return !proc.slot->isPathOpen() || (!isCalled && proc.restarts < kMostRestarts);

@@ -11,6 +11,9 @@ namespace orvelle::coreaudio {
 
 namespace {
 
+/// From a look that left doubt until the next. Nothing else may happen that would ask again.
+constexpr double kLookAgainSeconds = 0.1;
+
 constexpr std::array<std::uint32_t, 3> kElements = {kAudioObjectPropertyElementMain, 1, 2};
 
 constexpr PropertyAddress outputAddress(std::uint32_t selector, std::uint32_t element) {
@@ -46,9 +49,11 @@ float volumeFactor(Questions& questions, AudioObjectID device, std::uint32_t cha
     if (!scalar) {
       continue;
     }
-    const auto decibels =
-        questions.ask<float>(device, outputAddress(::kAudioDevicePropertyVolumeDecibels, element));
-    if (*scalar == 0.0F || !decibels) {
+    // Leaves no doubt, whatever comes of it: a driver may never answer this one.
+    PropertyValue answer;
+    readValue(device, outputAddress(::kAudioDevicePropertyVolumeDecibels, element), answer);
+    const auto* decibels = std::get_if<float>(&answer);
+    if (*scalar == 0.0F || decibels == nullptr) {
       return *scalar * *scalar * *scalar;
     }
     return std::pow(10.0F, *decibels / 20.0F);
@@ -70,6 +75,8 @@ void TapLoudness::update() {
   for (const AudioObjectID reader : aggregates_.tapReaders()) {
     if (const auto factors = factorsAt(reader)) {
       found.emplace_back(reader, *factors);
+    } else {
+      lookAgainSoon();
     }
   }
   const std::lock_guard lock(mutex_);
@@ -115,7 +122,27 @@ void TapLoudness::follow() {
       watched_[property] = watch;
     }
   }
+  if (isInDoubt) {
+    lookAgainSoon();  // for what to listen to
+  }
   update();
+}
+
+void TapLoudness::lookAgainSoon() {
+  if (isLookPending_.exchange(true)) {
+    return;
+  }
+  queue_.post([this, weak = std::weak_ptr(life_)] {
+    if (weak.expired()) {
+      return;
+    }
+    queue_.postAfter(kLookAgainSeconds, [this, weak] {
+      if (!weak.expired()) {
+        isLookPending_ = false;
+        follow();
+      }
+    });
+  });
 }
 
 /// The loopback that governs what a reader plays, 0 for none. Absent when it cannot be told.

@@ -3,11 +3,13 @@
 
 #include <atomic>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <utility>
 
 #include "orvelle/platform/AudioTypes.h"
+#include "orvelle/platform/MainQueue.h"
 #include "orvelle/platform/coreaudio/AggregateDevices.h"
 #include "orvelle/platform/coreaudio/HALListeners.h"
 #include "orvelle/platform/coreaudio/IOProcs.h"
@@ -21,14 +23,15 @@ namespace orvelle::coreaudio {
 class TapLoudness {
  public:
   TapLoudness(ObjectIDs& ids, HALListeners& listeners, const AggregateDevices& aggregates,
-              IOProcs& procs)
-      : ids_(ids), listeners_(listeners), aggregates_(aggregates), procs_(procs) {}
+              IOProcs& procs, MainQueue& queue)
+      : ids_(ids), listeners_(listeners), aggregates_(aggregates), procs_(procs), queue_(queue) {}
   TapLoudness(const TapLoudness&) = delete;
   TapLoudness& operator=(const TapLoudness&) = delete;
   ~TapLoudness() = default;
 
   /// Reads how things stand and sets the callbacks' factors. Any thread but the real-time one; when
-  /// it has returned, what was changed before the call counts.
+  /// it has returned, what was changed before the call counts; where that could not be told, what
+  /// held before holds on, until a later look on the main thread can.
   void update();
   /// The same, and from now on listens to whatever may change it. Main thread.
   void follow();
@@ -40,6 +43,7 @@ class TapLoudness {
   };
   using Property = std::pair<AudioObjectID, PropertyAddress>;
 
+  void lookAgainSoon();
   [[nodiscard]] std::optional<AudioObjectID> governor(AudioObjectID reader) const;
   [[nodiscard]] std::optional<AudioObjectID> defaultLoopback() const;
   [[nodiscard]] std::optional<Factors> factorsAt(AudioObjectID reader) const;
@@ -48,11 +52,15 @@ class TapLoudness {
   HALListeners& listeners_;
   const AggregateDevices& aggregates_;
   IOProcs& procs_;
+  MainQueue& queue_;
   /// Updates may overtake each other; one that began to read earlier sets nothing any more.
   std::atomic<std::uint64_t> lastTicket_{0};
   std::mutex mutex_;
   std::uint64_t appliedTicket_ = 0;                    // guarded by the lock
   std::map<Property, HALListeners::WatchID> watched_;  // main thread only
+  std::atomic<bool> isLookPending_{false};
+  /// Posted jobs hold it weakly: they may come due after the end.
+  std::shared_ptr<const bool> life_ = std::make_shared<const bool>(true);
 };
 
 }  // namespace orvelle::coreaudio
