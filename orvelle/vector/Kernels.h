@@ -12,6 +12,9 @@ namespace orvelle::vector {
 /// Samples that the stages take at a time: they stay in the nearest cache from stage to stage.
 inline constexpr std::size_t mostFrames = 1024;
 
+// NOLINTBEGIN(modernize-avoid-c-arrays): the kernels read these, and code of std::array's, compiled
+// for a newer processor, could end up in the hands of an older one.
+
 /// The bands that a block has to run through, and where they remember.
 struct EqualizerTask {
   struct Band {
@@ -26,11 +29,13 @@ struct EqualizerTask {
   /// bands or their coefficients change.
   struct Layout {
     static constexpr std::size_t mostLanes = 24;
-    alignas(64) float coefficients[Equalizer::coefficientsPerBand][mostLanes];
+    alignas(64) float coefficients[Equalizer::coefficientsPerBand][mostLanes] = {};
     std::size_t vectors = 0;  // 0: empty
   };
   Layout layout{};
 };
+
+// NOLINTEND(modernize-avoid-c-arrays)
 
 /// What the stages do with one stretch of interleaved samples. Both sides may be the same memory.
 struct Block {

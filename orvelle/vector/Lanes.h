@@ -80,6 +80,7 @@ struct Lanes {
   }
 
   /// One frame after the other, each of which is given in both halves of four lanes.
+  // NOLINTNEXTLINE(modernize-avoid-c-arrays): as in Kernels.h
   ORVELLE_INLINE Float framesOf(const LaneTypes<4>::Float (&frames)[count / 2]) {
     const auto first = __builtin_shufflevector(frames[0], frames[1], 0, 1, 6, 7);
     if constexpr (count == 4) {

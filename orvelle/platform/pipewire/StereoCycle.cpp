@@ -60,7 +60,8 @@ void deinterleave(const float* interleaved, std::uint32_t frames, float leftFact
     const Lanes::Float early = Lanes::load(from);
     const Lanes::Float late = Lanes::load(from + Lanes::count);
     give(frame, leftFactor * __builtin_shufflevector(early, late, 0, 2, 4, 6),
-         rightFactor * __builtin_shufflevector(early, late, 1, 3, 5, 7), Lanes::store);
+         rightFactor * __builtin_shufflevector(early, late, 1, 3, 5, 7),
+         [](float* to, Lanes::Float four) { Lanes::store(to, four); });
   }
   for (; frame < frames; ++frame) {
     give(frame, leftFactor * interleaved[kSamplesPerFrame * frame],
